@@ -1,0 +1,36 @@
+package qelto.halvend;
+interface IHalvendClient {
+  void onClientEvent(int event, in qelto.halvend.CallbackData input, out qelto.halvend.CallbackData answer);
+  oneway void onClientEventOneWay(int event, in qelto.halvend.CallbackData input);
+  const int CLIENT_ID_PLAYBACK = 0;
+  const int CLIENT_ID_META_AUDIO = 1;
+  const int CLIENT_ID_META_THREAD = 3;
+  const int CLIENT_ID_EFFECT_CENTER = 4;
+  const int CLIENT_ID_MSS_APP = 5;
+  const int CB_SET_META_AUDIO_ON = 0;
+  const int CB_SET_META_AUDIO_MODE = 1;
+  const int CB_SET_CURRENT_POS = 2;
+  const int CB_IS_SCENE_PLAYING = 3;
+  const int CB_META_THREAD_TICK = 4;
+  const int CB_PLAY_STATE_CHANGED = 5;
+  const int CB_GET_META_AUDIO_ON = 6;
+  const int CB_GET_META_AUDIO_MODE = 7;
+  const int CB_GET_CURRENT_POS = 8;
+  const int CB_IS_META_TRACK_PLAYING = 9;
+  const int CB_SET_SP_MODE = 10;
+  const int CB_HEAD_TO_STAGE_DATA = 11;
+  const int CB_GET_ACTIVE_META_LIST = 12;
+  const int CB_SET_META_THREAD_ENABLE = 13;
+  const int CB_LOAD_XML_AND_SQLITE = 14;
+  const int CB_SET_SPLIT_SCREEN_MODE = 15;
+  const int CB_SET_APK_WINDOW_SIZE = 16;
+  const int CB_SET_MSS_ENABLE = 17;
+  const int CB_GET_MSS_ENABLE = 18;
+  const int CB_SET_MSS_RENDER_MODE = 19;
+  const int CB_GET_MSS_RENDER_MODE = 20;
+  const int CB_SET_MSS_TRACKS_GAIN = 21;
+  const int CB_NOTIFY_MSS_STATE = 23;
+  const int CB_META_AUDIO_ON_TO_CLIENT = 24;
+  const int CB_SET_FAST_GAME_EFFECT = 25;
+  const int CB_IS_MSS_MUSIC_ONLY = 26;
+}
