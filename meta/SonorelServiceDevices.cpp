@@ -1,0 +1,84 @@
+#include <qelto/FgeDatabase.h>
+#include <qelto/MetaInfoSqliteUtil.h>
+#include <qelto/MssDatabase.h>
+
+#include "game/GameFlags.h"
+#include "meta/SettingsDevices.h"
+#include "service/ServiceLog.h"
+#include "service/SonorelService.h"
+
+namespace android {
+
+binder::Status SonorelService::setCurrentUserID(int32_t userId) {
+    SONOREL_LOGD("%s +++", __func__);
+    if (!isAllowedFindHalvend()) return binder::Status::ok();
+    Mutex::Autolock lock(mUserLock);
+    // The three stores compare against the same old user: only the settings store's switch, last,
+    // makes the new one current.
+    const bool changed = userId != mCurrentUserId;
+    if (changed && mMssDatabase != nullptr) {
+        mMssDatabase->setCurrentUserID(userId);
+        initMssSoundWiden();
+    }
+    if (changed && gSupportFastGameEffect && mFgeDatabase != nullptr) {
+        switchFastGameEffectUser(userId);
+    }
+    if (changed && mMetaInfoSqliteUtil != nullptr) {
+        switchSettingsUser(userId);
+    }
+    return binder::Status::ok();
+}
+
+void SonorelService::switchSettingsUser(int32_t userId) {
+    mCurrentUserId = userId;
+    const meta_devices_t device = mMetaInfoSqliteUtil->getCurrentDevice();
+    if (mSupportSpeaker && (device == kDeviceSpeaker || device == kDeviceHeadset)) {
+        mMetaInfoSqliteUtil->setCurrentDevice(device == kDeviceSpeaker ? kDeviceHeadset
+                                                                       : kDeviceSpeaker);
+    }
+    mMetaInfoSqliteUtil->setCurrentUserID(userId);
+    initCustomDefaultSceneHomePos();
+    if (mSupportSpeaker) {
+        mMetaInfoSqliteUtil->setCurrentDevice(device);
+        initCustomDefaultSceneHomePos();
+    }
+    initQeltoMetaAudio(false);
+}
+
+void SonorelService::initQeltoMetaAudio(bool reload) {
+    SONOREL_LOGD("%s +++", __func__);
+    if (mMetaInfoSqliteUtil == nullptr) return;
+    if (!reload && !isMetaAudioCanWork()) return;
+    if (reload && mInited) {
+        (void)spNotifyLoadXmlAndSqlite();  // the push goes on whatever the renderer says to it
+    }
+    const bool on = mMetaInfoSqliteUtil->getMetaAudioOn(kDeviceCurrent);
+    mMetaAudioOn = on;
+    (void)setMetaAudioOnInt(on);  // a push has no caller to give the renderer's status to
+    const int8_t mode = mMetaInfoSqliteUtil->getMetaAudioMode(kDeviceCurrent);
+    mMetaAudioMode = mode;
+    (void)setMetaAudioModeInt(mode);
+    initCustomSceneHomePos();
+    setSpMode2Meta(mMode);
+    SONOREL_LOGD("%s ---", __func__);
+}
+
+int SonorelService::getDbDeviceType(bool headset) const {
+    if (headset) return kDeviceHeadset;
+    return mSupportSpeaker ? kDeviceSpeaker : kDeviceHeadset;
+}
+
+bool SonorelService::justChangeDataBase(int8_t device) const {
+    if (device == kDeviceNone) return false;
+    return mSupportSpeaker && device != mCurrentDevice;
+}
+
+bool SonorelService::isMetaAudioCanWork() const {
+    return mSupportSpeaker || mIsHeadSetConnected;
+}
+
+bool SonorelService::canDeferStoreWrites() const {
+    return mMetaInfoSqliteUtil != nullptr && mSpHandler != nullptr;
+}
+
+}  // namespace android

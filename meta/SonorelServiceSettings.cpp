@@ -1,0 +1,159 @@
+#include <qelto/MetaInfoSqliteUtil.h>
+
+#include "meta/SettingsDevices.h"
+#include "service/ServiceLog.h"
+#include "service/SonorelService.h"
+#include "service/SpHandler.h"
+
+namespace android {
+
+binder::Status SonorelService::setMetaAudioOn(bool on, int32_t* status) {
+    SONOREL_LOGD("%s +++", __func__);
+    if (!isAllowedFindHalvend()) return binder::Status::ok();
+    if (isMetaAudioCanWork()) {
+        *status = setMetaAudioOnInt(on);
+    }
+    if (mMetaInfoSqliteUtil != nullptr) {
+        mMetaInfoSqliteUtil->setMetaAudioOn(on, kDeviceCurrent);
+    }
+    mMetaAudioOn = on;
+    return binder::Status::ok();
+}
+
+binder::Status SonorelService::setMetaAudioMode(int8_t mode, int32_t* status) {
+    SONOREL_LOGD("%s +++", __func__);
+    if (!isAllowedFindHalvend()) return binder::Status::ok();
+    if (isMetaAudioCanWork()) {
+        *status = setMetaAudioModeInt(mode);
+    }
+    if (mMetaInfoSqliteUtil != nullptr) {
+        mMetaInfoSqliteUtil->updateMetaAudioMode(mode, kDeviceCurrent);
+    }
+    // mMetaAudioMode follows in setMetaAudioModeInt and in reloads only.
+    return binder::Status::ok();
+}
+
+int SonorelService::setMetaAudioOnInt(bool on) {
+    SONOREL_LOGD("%s +++ on:%d", __func__, on);
+    CallbackData in;
+    in.enable = on;
+    CallbackData reply;
+    callClient(IHalvendClient::CLIENT_ID_META_AUDIO, IHalvendClient::CB_SET_META_AUDIO_ON, in,
+               &reply);
+    if (mSupportSpeaker) {
+        setMetaAudioOnToClient(on, mMetaAudioMode, IHalvendClient::CLIENT_ID_EFFECT_CENTER);
+    }
+    SONOREL_LOGD("%s --- status:%d", __func__, reply.status);
+    return reply.status;
+}
+
+int SonorelService::setMetaAudioModeInt(int8_t mode) {
+    SONOREL_LOGD("%s +++ mode:%d", __func__, mode);
+    CallbackData in;
+    in.mode = mode;
+    CallbackData reply;
+    callClient(IHalvendClient::CLIENT_ID_META_AUDIO, IHalvendClient::CB_SET_META_AUDIO_MODE, in,
+               &reply);
+    if (mSupportSpeaker) {
+        mMetaAudioMode = mode;
+        setMetaAudioOnToClient(mMetaAudioOn, mode, IHalvendClient::CLIENT_ID_EFFECT_CENTER);
+    }
+    SONOREL_LOGD("%s --- status:%d", __func__, reply.status);
+    return reply.status;
+}
+
+void SonorelService::setMetaAudioOnToClient(bool on, int8_t mode, int8_t clientId) {
+    SONOREL_LOGD("%s +++ on:%d,mode:%d,clientId:%d", __func__, on, mode, clientId);
+    CallbackData in;
+    in.enable = on;
+    in.mode = mode;
+    callClient(clientId, IHalvendClient::CB_META_AUDIO_ON_TO_CLIENT, in, nullptr);
+    SONOREL_LOGD("%s ---", __func__);
+}
+
+binder::Status SonorelService::getMetaAudioOn(bool* on) {
+    if (isMetaAudioCanWork()) {
+        *on = askMetaAudioOn(__func__);
+    } else if (mMetaInfoSqliteUtil != nullptr) {
+        *on = mMetaInfoSqliteUtil->getMetaAudioOn(kDeviceCurrent);
+    }
+    return binder::Status::ok();
+}
+
+binder::Status SonorelService::getMetaAudioMode(int8_t* mode) {
+    if (isMetaAudioCanWork()) {
+        *mode = askMetaAudioMode(__func__);
+    } else if (mMetaInfoSqliteUtil != nullptr) {
+        *mode = mMetaInfoSqliteUtil->getMetaAudioMode(kDeviceCurrent);
+    }
+    return binder::Status::ok();
+}
+
+binder::Status SonorelService::getMetaAudioOnWithDev(int8_t device, bool* on) {
+    if (isMetaAudioCanWork() && !justChangeDataBase(device)) {
+        *on = askMetaAudioOn(__func__);
+    } else if (mMetaInfoSqliteUtil != nullptr) {
+        *on = mMetaInfoSqliteUtil->getMetaAudioOn(device);
+    }
+    return binder::Status::ok();
+}
+
+binder::Status SonorelService::getMetaAudioModeWithDev(int8_t device, int8_t* mode) {
+    if (isMetaAudioCanWork() && !justChangeDataBase(device)) {
+        *mode = askMetaAudioMode(__func__);
+    } else if (mMetaInfoSqliteUtil != nullptr) {
+        *mode = mMetaInfoSqliteUtil->getMetaAudioMode(device);
+    }
+    return binder::Status::ok();
+}
+
+bool SonorelService::askMetaAudioOn(const char* method) {
+    CallbackData reply;
+    callClient(IHalvendClient::CLIENT_ID_META_AUDIO, IHalvendClient::CB_GET_META_AUDIO_ON,
+               CallbackData(), &reply);
+    SONOREL_LOGD("%s metaAudioEnable:%d", method, reply.enable);
+    return reply.enable;
+}
+
+int8_t SonorelService::askMetaAudioMode(const char* method) {
+    CallbackData reply;
+    callClient(IHalvendClient::CLIENT_ID_META_AUDIO, IHalvendClient::CB_GET_META_AUDIO_MODE,
+               CallbackData(), &reply);
+    SONOREL_LOGD("%s --- metaAudioMode:%d", method, reply.mode);
+    return reply.mode;
+}
+
+binder::Status SonorelService::setMetaAudioOnWithDev(bool on, int8_t device, int32_t* status) {
+    SONOREL_LOGD("%s +++", __func__);
+    const bool live = !justChangeDataBase(device);
+    if (live && isMetaAudioCanWork()) {
+        *status = setMetaAudioOnInt(on);
+    }
+    if (canDeferStoreWrites()) {
+        const sp<AMessage> msg = new AMessage(SpHandler::kWhatMetaOn, mSpHandler);
+        msg->setInt32("meta_on", on);
+        msg->setInt32("meta_dev", device);
+        msg->post();
+    }
+    if (live) {
+        mMetaAudioOn = on;
+    }
+    return binder::Status::ok();
+}
+
+binder::Status SonorelService::setMetaAudioModeWithDev(int8_t mode, int8_t device,
+                                                       int32_t* status) {
+    SONOREL_LOGD("%s +++", __func__);
+    if (isMetaAudioCanWork() && !justChangeDataBase(device)) {
+        *status = setMetaAudioModeInt(mode);
+    }
+    if (canDeferStoreWrites()) {
+        const sp<AMessage> msg = new AMessage(SpHandler::kWhatMetaMode, mSpHandler);
+        msg->setInt32("meta_mode", mode);
+        msg->setInt32("meta_dev", device);
+        msg->post();
+    }
+    return binder::Status::ok();
+}
+
+}  // namespace android
