@@ -43,13 +43,16 @@ std::vector<std::string> environmentWith(const std::map<std::string, std::string
         if (changes.count(text.substr(0, text.find('='))) == 0) result.push_back(text);
     }
     for (const auto& [name, value] : changes) {
-        if (!value.empty()) result.push_back(name + "=" + value);
+        if (value.empty()) continue;
+        result.push_back(name);
+        result.back().append("=").append(value);
     }
     return result;
 }
 
 std::vector<char*> pointersTo(std::vector<std::string>& texts) {
     std::vector<char*> pointers;
+    pointers.reserve(texts.size() + 1);
     for (std::string& text : texts)
         pointers.push_back(text.data());
     pointers.push_back(nullptr);
@@ -63,7 +66,8 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
         dup2(streams[static_cast<size_t>(fd)], fd);
     sigset_t none;
     sigemptyset(&none);
-    sigprocmask(SIG_SETMASK, &none, nullptr);
+    // This process has one thread.
+    sigprocmask(SIG_SETMASK, &none, nullptr);  // NOLINT(concurrency-mt-unsafe)
     const bool ready =
             (!options.uid || *options.uid == getuid() ||
              (setgroups(0, nullptr) == 0 && setgid(*options.uid) == 0 &&
@@ -72,7 +76,6 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
             prctl(PR_SET_PDEATHSIG, SIGKILL) == 0;
     if (ready) execve(argv[0], argv, envp);
     constexpr char kText[] = "cannot run the program: ";
-    // Not thread-safe elsewhere, but this process has one thread.
     const char* reason = strerror(errno);  // NOLINT(concurrency-mt-unsafe)
     (void)!::write(STDERR_FILENO, kText, sizeof(kText) - 1);
     (void)!::write(STDERR_FILENO, reason, strlen(reason));
