@@ -281,7 +281,8 @@ private:
     // 4 Policy
     std::shared_ptr<const PolicyTables> policyTables() const;
     std::shared_ptr<const MssTables> mssTables() const;
-    void rejectPolicyFile(int failState);
+    // Records the version unless a newer one is held.
+    bool acceptPolicyVersion(const std::string& version) EXCLUDES(mPolicyLock);
     // 5, 6, 7 Settings
     void switchSettingsUser(int32_t userId) REQUIRES(mUserLock);
     bool canDeferStoreWrites() const;

@@ -1,0 +1,74 @@
+// A configuration file as a libxml2 document, read so that no file can hurt the process.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+
+#include <libxml/tree.h>
+
+namespace android {
+
+struct XmlFreeDoc {
+    void operator()(xmlDoc* document) const;
+};
+
+struct XmlFreeText {
+    void operator()(xmlChar* text) const;
+};
+
+// Owns a parsed document, or says why there is none. The parser gets the encoding UTF-8 and
+// pedantic checks and nothing else: it substitutes no entity, loads no external one and asks no
+// network. Nothing is printed; the process's libxml2 settings are as before afterwards. Any thread;
+// one object is used by one thread at a time.
+//
+//     XmlDocument document = XmlDocument::readFile(path);
+//     if (!document) return document.error();
+//     for (xmlNode* item = document.root()->children; ...)
+class XmlDocument {
+public:
+    // Reads a regular file of at most kMaxFileSize bytes. Anything else under that name (a folder,
+    // a pipe, a device) is refused without waiting for it.
+    [[nodiscard]] static XmlDocument readFile(const std::string& path);
+    // Parses bytes; `name` stands for the file in error().
+    [[nodiscard]] static XmlDocument readMemory(const char* bytes, size_t size,
+                                                const std::string& name);
+
+    explicit operator bool() const { return mDocument != nullptr; }
+    // Null when the document has no element.
+    xmlNode* root() const;
+    // Why there is no document, with file and line; "" when there is one.
+    const std::string& error() const { return mError; }
+
+    // Well above any real file, and small enough to hold in memory.
+    static constexpr size_t kMaxFileSize = size_t{64} << 20;
+    // What the entity references of a document may expand to, all in all: a node counts as one byte
+    // beside its text. A document that would expand further is refused, before anyone expands it.
+    static constexpr size_t kMaxEntityText = size_t{1} << 20;
+
+private:
+    void adopt(xmlDoc* document, const std::string& path, const std::string& parserError);
+
+    std::unique_ptr<xmlDoc, XmlFreeDoc> mDocument;
+    std::string mError;
+};
+
+// The text content of an element, or the value of an attribute. Points into the document where it
+// can, so the document has to outlive it.
+class XmlText {
+public:
+    explicit XmlText(const xmlNode* element);
+    explicit XmlText(const xmlAttr* attribute);
+
+    // Null when libxml2 yields no text, which it does for want of memory only.
+    const char* get() const { return mText; }
+
+private:
+    std::unique_ptr<xmlChar, XmlFreeText> mOwned;
+    const char* mText;
+};
+
+// True for an element of that name; every other kind of node carries no value.
+bool isElement(const xmlNode* node, const char* name);
+
+}  // namespace android
