@@ -1,0 +1,130 @@
+#include <qelto/FgeDatabase.h>
+
+#include <algorithm>
+#include <set>
+
+#include "SettingsDatabase.h"
+
+namespace android {
+namespace {
+
+constexpr int kNotListed = -1;
+
+enum StatementIndex : size_t { kGetAll, kSetValue, kAdd, kSetListed };
+
+// A package that leaves the list keeps its row and value, so that the value returns with it.
+StoreSchema fgeSchema() {
+    StoreSchema schema;
+    schema.tables =
+            "CREATE TABLE IF NOT EXISTS FGE_INFO("
+            "user_id INTEGER NOT NULL, package TEXT NOT NULL, value INTEGER NOT NULL,"
+            " listed INTEGER NOT NULL, PRIMARY KEY(user_id, package)) STRICT, WITHOUT ROWID;";
+    schema.statements = {
+            "SELECT package, value, listed FROM FGE_INFO WHERE user_id = ?1",
+            "INSERT INTO FGE_INFO(user_id, package, value, listed) VALUES(?1, ?2, ?3, 1)"
+            " ON CONFLICT DO UPDATE SET value = excluded.value",
+            "INSERT INTO FGE_INFO(user_id, package, value, listed) VALUES(?1, ?2, ?3, ?4)",
+            "UPDATE FGE_INFO SET listed = ?3 WHERE user_id = ?1 AND package = ?2",
+    };
+    return schema;
+}
+
+struct StoredSwitch {
+    int value;
+    bool listed;
+};
+using StoredSwitches = std::map<std::string, StoredSwitch>;
+
+int readSwitches(const SettingsDatabase& database, int32_t user, StoredSwitches* outSwitches) {
+    outSwitches->clear();
+    Statement query(database.statement(kGetAll));
+    query.bind(1, user);
+    int result = query.step();
+    for (; result == SQLITE_ROW; result = query.step()) {
+        (*outSwitches)[std::string(query.bytes(0))] = {static_cast<int>(query.integer(1)),
+                                                       query.integer(2) != 0};
+    }
+    return result == SQLITE_DONE ? SQLITE_OK : result;
+}
+
+// What a package that is not stored yet starts with.
+int firstValue(const std::map<std::string, int>& known, const std::string& pkg) {
+    const auto found = known.find(pkg);
+    return found == known.end() ? 0 : std::max(found->second, 0);
+}
+
+// Writes the rows that differ from what the list asks for.
+int writeDifferences(const SettingsDatabase& database, int32_t user, const StoredSwitches& stored,
+                     const std::set<std::string>& listed, const std::map<std::string, int>& known) {
+    const auto add = [&](const std::string& pkg, bool isListed) {
+        Statement insert(database.statement(kAdd));
+        insert.bind(1, user).bindText(2, pkg).bind(3, firstValue(known, pkg)).bind(4, isListed);
+        return insert.run();
+    };
+    for (const auto& [pkg, entry] : stored) {
+        const bool isListed = listed.count(pkg) != 0;
+        if (isListed == entry.listed) continue;
+        Statement update(database.statement(kSetListed));
+        const int result = update.bind(1, user).bindText(2, pkg).bind(3, isListed).run();
+        if (result != SQLITE_OK) return result;
+    }
+    for (const std::string& pkg : listed) {
+        if (stored.count(pkg) != 0) continue;
+        if (const int result = add(pkg, true); result != SQLITE_OK) return result;
+    }
+    for (const auto& [pkg, value] : known) {
+        if (stored.count(pkg) != 0 || listed.count(pkg) != 0) continue;
+        if (const int result = add(pkg, false); result != SQLITE_OK) return result;
+    }
+    return SQLITE_OK;
+}
+
+}  // namespace
+
+FgeDatabase::FgeDatabase(const std::string& path)
+        : mDatabase(std::make_unique<SettingsDatabase>(path, fgeSchema())) {
+    Mutex::Autolock lock(mLock);
+    mDatabase->openEarly();
+}
+
+FgeDatabase::~FgeDatabase() = default;
+
+void FgeDatabase::getSwitchForPkgName(std::map<std::string, int>& map) {
+    const int32_t user = mCurrentUserId;
+    StoredSwitches stored;
+    {
+        Mutex::Autolock lock(mLock);
+        if (!mDatabase->read(__func__, [&] { return readSwitches(*mDatabase, user, &stored); })) {
+            return;
+        }
+    }
+    for (const auto& [pkg, entry] : stored)
+        map[pkg] = entry.listed ? entry.value : kNotListed;
+}
+
+void FgeDatabase::setFastGameEffectOn(const std::string& pkgName, int value) {
+    const int32_t user = mCurrentUserId;
+    Mutex::Autolock lock(mLock);
+    // A failure is logged there; nobody waits for it.
+    (void)mDatabase->write(__func__, [&] {
+        Statement upsert(mDatabase->statement(kSetValue));
+        return upsert.bind(1, user).bindText(2, pkgName).bind(3, value).run();
+    });
+}
+
+void FgeDatabase::updateDataBase(const std::vector<std::string>& pkgs,
+                                 const std::map<std::string, int>& known) {
+    const int32_t user = mCurrentUserId;
+    const std::set<std::string> listed(pkgs.begin(), pkgs.end());
+    Mutex::Autolock lock(mLock);
+    (void)mDatabase->write(__func__, [&] {
+        Transaction transaction(mDatabase->connection());
+        int result = transaction.begin();
+        StoredSwitches stored;
+        if (result == SQLITE_OK) result = readSwitches(*mDatabase, user, &stored);
+        if (result == SQLITE_OK) result = writeDifferences(*mDatabase, user, stored, listed, known);
+        return result == SQLITE_OK ? transaction.commit() : result;
+    });
+}
+
+}  // namespace android

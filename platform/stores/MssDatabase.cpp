@@ -1,0 +1,58 @@
+#include <qelto/MssDatabase.h>
+
+#include "SettingsDatabase.h"
+
+namespace android {
+namespace {
+
+enum StatementIndex : size_t { kGetMode, kSetMode };
+
+StoreSchema mssSchema() {
+    StoreSchema schema;
+    schema.tables =
+            "CREATE TABLE IF NOT EXISTS MSS_INFO("
+            "user_id INTEGER PRIMARY KEY, sound_widen_mode INTEGER NOT NULL) STRICT;";
+    schema.statements = {
+            "SELECT sound_widen_mode FROM MSS_INFO WHERE user_id = ?1",
+            "INSERT INTO MSS_INFO(user_id, sound_widen_mode) VALUES(?1, ?2)"
+            " ON CONFLICT DO UPDATE SET sound_widen_mode = excluded.sound_widen_mode",
+    };
+    return schema;
+}
+
+}  // namespace
+
+MssDatabase::MssDatabase(const std::string& path)
+        : mDatabase(std::make_unique<SettingsDatabase>(path, mssSchema())) {
+    Mutex::Autolock lock(mLock);
+    mDatabase->openEarly();
+}
+
+MssDatabase::~MssDatabase() = default;
+
+int32_t MssDatabase::getSoundWidenMode() {
+    Mutex::Autolock lock(mLock);
+    int32_t mode = 0;
+    // A failure is logged there, and the mode is then what a new user has.
+    (void)mDatabase->read(__func__, [this, &mode] {
+        Statement query(mDatabase->statement(kGetMode));
+        const int result = query.bind(1, mUser).step();
+        if (result == SQLITE_ROW) mode = static_cast<int32_t>(query.integer(0));
+        return result == SQLITE_ROW || result == SQLITE_DONE ? SQLITE_OK : result;
+    });
+    return mode;
+}
+
+void MssDatabase::setSoundWidenMode(int32_t mode) {
+    Mutex::Autolock lock(mLock);
+    (void)mDatabase->write(__func__, [this, mode] {
+        return Statement(mDatabase->statement(kSetMode)).bind(1, mUser).bind(2, mode).run();
+    });
+}
+
+void MssDatabase::setCurrentUserID(int32_t userId) {
+    Mutex::Autolock lock(mLock);
+    mUser = userId;
+}
+
+}  // namespace android
