@@ -1,3 +1,4 @@
+#include <media/stagefright/foundation/ALooper.h>
 #include <qelto/FgeDatabase.h>
 #include <qelto/MetaInfoSqliteUtil.h>
 #include <qelto/MssDatabase.h>
@@ -6,6 +7,7 @@
 #include "meta/SettingsDevices.h"
 #include "service/ServiceLog.h"
 #include "service/SonorelService.h"
+#include "service/StoreBarrier.h"
 
 namespace android {
 
@@ -16,6 +18,9 @@ binder::Status SonorelService::setCurrentUserID(int32_t userId) {
     // The three stores compare against the same old user: only the settings store's switch, last,
     // makes the new one current.
     const bool changed = userId != mCurrentUserId;
+    if (changed) {
+        awaitStoreWrites();  // what was set for the old user is stored for the old user
+    }
     if (changed && mMssDatabase != nullptr) {
         mMssDatabase->setCurrentUserID(userId);
         initMssSoundWiden();
@@ -75,6 +80,12 @@ bool SonorelService::justChangeDataBase(int8_t device) const {
 
 bool SonorelService::isMetaAudioCanWork() const {
     return mSupportSpeaker || mIsHeadSetConnected;
+}
+
+void SonorelService::awaitStoreWrites() {
+    if (mLooper != nullptr) {
+        StoreBarrier::await(mLooper);
+    }
 }
 
 bool SonorelService::canDeferStoreWrites() const {

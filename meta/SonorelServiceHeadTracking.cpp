@@ -63,6 +63,7 @@ binder::Status SonorelService::notitySpHeadsetConnectionState(bool isConnected) 
     if (mSupportSpeaker) {
         if (mMetaInfoSqliteUtil != nullptr) {
             mIsHeadSetConnected = isConnected;
+            awaitStoreWrites();  // what was set for the old device is stored for the old device
             mMetaInfoSqliteUtil->setCurrentDevice(device);
             initCustomDefaultSceneHomePos();
             initQeltoMetaAudio(false);

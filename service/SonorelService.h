@@ -147,6 +147,8 @@ public:
     binder::Status setCurrentUserID(int32_t userId) override EXCLUDES(mUserLock);
     // Pushes the stored on/off, mode and positions to the clients.
     void initQeltoMetaAudio(bool reload);
+    // Returns once every deferred store write that was posted before has been carried out.
+    void awaitStoreWrites();
     // Device class of the settings store: 1 headset, 0 speaker.
     int getDbDeviceType(bool headset) const;
     // True when a request for this device concerns the one that is not live.
