@@ -1,0 +1,6 @@
+#pragma once
+
+// For the private part of a class that is neither copied nor assigned.
+#define DISALLOW_EVIL_CONSTRUCTORS(name) \
+    name(const name&) = delete;          \
+    name& operator=(const name&) = delete
