@@ -1,7 +1,7 @@
 // The worker thread "MetaAudioThread": a tick to client 3 every 8 ms until it is asked to exit.
 #pragma once
 
-#include <sys/types.h>
+#include <cstdint>
 
 #include <utils/StrongPointer.h>
 #include <utils/Thread.h>

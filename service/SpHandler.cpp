@@ -14,10 +14,10 @@ SpHandler::SpHandler(const sp<MetaInfoSqliteUtil>& metaInfoSqliteUtil)
 SpHandler::~SpHandler() = default;
 
 void SpHandler::setFgeDatabase(const sp<FgeDatabase>& fgeDatabase) {
-    // Copied before the swap so that the old store is released, maybe destroyed, outside the leaf.
-    sp<FgeDatabase> store = fgeDatabase;
+    sp<FgeDatabase> replaced;  // released, maybe with its last reference, after the leaf
     Mutex::Autolock lock(mFgeLock);
-    mFgeDatabase.swap(store);
+    replaced = mFgeDatabase;
+    mFgeDatabase = fgeDatabase;
 }
 
 void SpHandler::onMessageReceived(const sp<AMessage>& msg) {
