@@ -33,8 +33,8 @@ inline sp<INTERFACE> interface_cast(const sp<IBinder>& binder) {
 template <typename INTERFACE>
 class BnInterface : public INTERFACE, public BBinder {
 public:
-    sp<IInterface> queryLocalInterface(const String16& descriptor) override {
-        if (descriptor == INTERFACE::descriptor) return static_cast<INTERFACE*>(this);
+    sp<IInterface> queryLocalInterface(const String16& wanted) override {
+        if (wanted == INTERFACE::descriptor) return static_cast<INTERFACE*>(this);
         return nullptr;
     }
     const String16& getInterfaceDescriptor() const override { return INTERFACE::descriptor; }

@@ -143,7 +143,6 @@ public:
     status_t writeString8(const String8& str);
     String8 readString8() const;
     status_t readString8(String8* outStr) const;
-    const char* readString8Inplace(size_t* outLen) const;
 
     status_t writeString16(const String16& str);
     status_t writeString16(const char16_t* str, size_t len);
@@ -362,6 +361,7 @@ private:
     size_t fileDescriptorCount() const;
 
     status_t writeSize(size_t size);
+    status_t readString16Span(const char16_t** outText, size_t* outLen) const;
     /** A vector's size whose elements have at least `elementBytes` each in the data. */
     status_t readSize(size_t elementBytes, size_t* outSize) const;
     status_t readOutVectorSize(size_t elementBytes, size_t* outSize) const;
