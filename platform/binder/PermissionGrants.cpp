@@ -95,9 +95,10 @@ void PermissionGrants::load() {
     parse();
 }
 
-void PermissionGrants::parse(const std::string& text) {
+void PermissionGrants::parse() {
+    mGrants.clear();
     int number = 0;
-    for (const std::string& line : base::Split(text, "\n"))
+    for (const std::string& line : base::Split(mText, "\n"))
         parseLine(line, ++number);
 }
 
