@@ -85,14 +85,14 @@ TEST_F(LooperTest, DeliversInPostingOrderAndByDelay) {
 }
 
 TEST_F(LooperTest, EachPostersOrderIsKept) {
-    constexpr uint32_t kPosters = 4;
-    constexpr uint32_t kEach = 500;
+    constexpr size_t kPosters = 4;
+    constexpr size_t kEach = 500;
     const sp<Recorder> handler = new Recorder;
     mLooper->registerHandler(handler);
     ASSERT_EQ(OK, mLooper->start());
     std::vector<std::thread> posters;
     posters.reserve(kPosters);
-    for (uint32_t p = 0; p < kPosters; ++p) {
+    for (size_t p = 0; p < kPosters; ++p) {
         posters.emplace_back([&handler, p] {
             for (uint32_t i = 0; i < kEach; ++i)
                 ASSERT_EQ(OK, post(p * kEach + i, handler));
@@ -100,7 +100,7 @@ TEST_F(LooperTest, EachPostersOrderIsKept) {
     }
     for (std::thread& poster : posters)
         poster.join();
-    std::array<uint32_t, kPosters> next{};
+    std::array<size_t, kPosters> next{};
     for (const uint32_t what : handler->waitFor(kPosters * kEach)) {
         EXPECT_EQ(next[what / kEach]++, what % kEach);
     }

@@ -20,6 +20,8 @@ struct AHandler : public RefBase {
     wp<AHandler> getHandler() const { return const_cast<AHandler*>(this); }
 
 protected:
+    ~AHandler() override = default;
+
     // On the looper's thread. May post, register, unregister and stop.
     virtual void onMessageReceived(const sp<AMessage>& msg) = 0;
 
