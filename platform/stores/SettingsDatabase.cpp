@@ -157,6 +157,7 @@ int SettingsDatabase::check(std::string* outError) {
     if (mFile->isChecked(mIdentity)) return SQLITE_OK;
     result = queryText("PRAGMA quick_check(1)", &text, outError);
     if (result == SQLITE_OK && text != "ok") {
+        std::replace(text.begin(), text.end(), '\n', ' ');
         *outError = "quick_check: " + text;
         result = SQLITE_CORRUPT;
     }

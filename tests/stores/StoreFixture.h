@@ -1,0 +1,95 @@
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <qelto/FgeDatabase.h>
+#include <qelto/MetaInfoSqliteUtil.h>
+#include <qelto/MssDatabase.h>
+#include <sqlite3.h>
+
+#include <array>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "support/TempDir.h"
+
+namespace android {
+
+using Position = std::array<float, 3>;
+using Switches = std::map<std::string, int>;
+
+// A connection beside the stores, as a tool or a foreign program would have one.
+class RawDatabase {
+public:
+    explicit RawDatabase(const std::string& path) {
+        EXPECT_EQ(sqlite3_open(path.c_str(), &mConnection), SQLITE_OK);
+    }
+    ~RawDatabase() { EXPECT_EQ(sqlite3_close(mConnection), SQLITE_OK); }
+    RawDatabase(const RawDatabase&) = delete;
+    RawDatabase& operator=(const RawDatabase&) = delete;
+
+    void run(const std::string& sql) {
+        EXPECT_EQ(sqlite3_exec(mConnection, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK)
+                << sql << ": " << sqlite3_errmsg(mConnection);
+    }
+
+    // The last row's first column.
+    std::string query(const std::string& sql) {
+        std::string text;
+        const auto take = [](void* out, int, char** values, char**) {
+            *static_cast<std::string*>(out) = values[0] == nullptr ? "(null)" : values[0];
+            return 0;
+        };
+        EXPECT_EQ(sqlite3_exec(mConnection, sql.c_str(), take, &text, nullptr), SQLITE_OK) << sql;
+        return text;
+    }
+
+private:
+    sqlite3* mConnection = nullptr;
+};
+
+class StoreFixture : public ::testing::Test {
+protected:
+    static sp<MetaInfoSqliteUtil> openMeta(const std::string& path, int device = 0) {
+        return new MetaInfoSqliteUtil(path, "META_INFO", 14, 1.5f, device);
+    }
+    sp<MetaInfoSqliteUtil> openMeta() const { return openMeta(mPath); }
+    sp<MssDatabase> openMss() const { return new MssDatabase(mPath); }
+    sp<FgeDatabase> openFge() const { return new FgeDatabase(mPath); }
+
+    static Position positionOf(const sp<MetaInfoSqliteUtil>& store, int scene, int8_t device = -2,
+                               Position position = {-7, -7, -7}) {
+        store->getMetaInfoByScene(scene, position.data(), device);
+        return position;
+    }
+    static Switches switchesOf(const sp<FgeDatabase>& store) {
+        Switches switches;
+        store->getSwitchForPkgName(switches);
+        return switches;
+    }
+
+    // What was moved aside as damaged: full paths, without the -wal and -shm beside each.
+    std::set<std::string> damagedFiles() const {
+        std::set<std::string> paths;
+        std::error_code error;
+        for (const auto& entry : std::filesystem::directory_iterator(
+                     std::filesystem::path(mPath).parent_path(), error)) {
+            std::string path = entry.path().string();
+            for (const char* companion : {"-wal", "-shm"}) {
+                const size_t at = path.rfind(companion);
+                if (at != std::string::npos && at + 4 == path.size()) path.erase(at);
+            }
+            if (path.find(".damaged-") != std::string::npos) paths.insert(path);
+        }
+        return paths;
+    }
+
+    const sonorel::test::TempDir mFolder;
+    const std::string mPath = mFolder.path("multimedia/meta.db");
+};
+
+}  // namespace android
