@@ -5,8 +5,8 @@ set -euo pipefail
 
 here=$(cd "$(dirname "$0")" && pwd)
 root=$(mktemp -d)
-SONOREL_RUNTIME_DIR=$(mktemp -d)
-export SONOREL_RUNTIME_DIR
+chmod 755 "$root"  # callers of other uids come in as well
+export SONOREL_RUNTIME_DIR=$root/run
 cp -r "$here/../device/." "$root"
 
 pids=()
@@ -14,7 +14,7 @@ cleanup() {
     local pid
     for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null || true; done
     wait 2>/dev/null || true
-    rm -rf "$root" "$SONOREL_RUNTIME_DIR"
+    rm -rf "$root"
 }
 trap cleanup EXIT
 
