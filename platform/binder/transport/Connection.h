@@ -1,0 +1,113 @@
+#pragma once
+
+#include <android-base/unique_fd.h>
+#include <sys/socket.h>
+#include <sys/uio.h>
+#include <utils/Errors.h>
+#include <utils/Mutex.h>
+
+#include <deque>
+#include <memory>
+#include <vector>
+
+#include "FrameInput.h"
+#include "OneWayFlow.h"
+#include "Wire.h"
+
+namespace android::transport {
+
+class Peer;
+
+/** A frame on its way out. What it points to stays the caller's, until the sending call returns. */
+struct OutFrame {
+    FrameHeader header = {};
+    const uint8_t* data = nullptr;
+    const std::vector<WireObject>* objects = nullptr;
+    const std::vector<int>* descriptors = nullptr;
+};
+
+/**
+ * One stream socket to one peer.
+ *
+ * Input belongs to one thread at a time: the driver for CONTROL, the pool thread that took the
+ * connection's event for an accepted CALL or ONE_WAY, the caller for a CALL that this side opened.
+ * Output: send() from the thread that a CALL belongs to, post() from any thread. The socket is
+ * closed with the last reference; end() wakes whoever is blocked in it.
+ */
+class Connection : public std::enable_shared_from_this<Connection> {
+public:
+    Connection(base::unique_fd socket, ConnectionKind kind, bool accepted);
+    Connection(const Connection&) = delete;
+    Connection& operator=(const Connection&) = delete;
+    ~Connection();
+
+    /** What an event set knows the connection by; never used again in this process. */
+    [[nodiscard]] uint64_t id() const { return mId; }
+    [[nodiscard]] int fd() const { return mSocket.get(); }
+    [[nodiscard]] ConnectionKind kind() const { return mKind; }
+    [[nodiscard]] bool isAccepted() const { return mAccepted; }
+
+    /** The kernel's word on who is at the other end. */
+    [[nodiscard]] pid_t pid() const { return mCredentials.pid; }
+    [[nodiscard]] uid_t uid() const { return mCredentials.uid; }
+
+    /** Null until the greeting has told; set once, before any other thread sees the connection. */
+    [[nodiscard]] const std::shared_ptr<Peer>& peer() const { return mPeer; }
+    void setPeer(std::shared_ptr<Peer> peer) { mPeer = std::move(peer); }
+
+    FrameInput& input() { return mInput; }
+
+    /** Only of an accepted ONE_WAY connection. */
+    OneWayIntake& intake() { return *mIntake; }
+    void setIntake(std::unique_ptr<OneWayIntake> intake) { mIntake = std::move(intake); }
+
+    /** Sends the whole frame, waiting as long as the peer takes. DEAD_OBJECT when it is gone. */
+    [[nodiscard]] status_t send(const OutFrame& frame);
+
+    enum class Posted { SENT, QUEUED, GONE };
+    /**
+     * Sends without ever waiting. QUEUED: the rest was copied; the caller has the driver watch for
+     * room (Driver::watchOutput), which then calls flush.
+     */
+    [[nodiscard]] Posted post(const OutFrame& frame) EXCLUDES(mOutputLock);
+    /** Sends queued bytes without waiting. SENT when nothing is left. */
+    [[nodiscard]] Posted flush() EXCLUDES(mOutputLock);
+    [[nodiscard]] size_t queuedBytes() const EXCLUDES(mOutputLock);
+
+    /** Waits until there is something to receive, the end of the stream included. */
+    void waitForInput() const;
+
+    /** Ends both directions at once. */
+    void end();
+
+    /** True once the other side has hung up; waits at most `milliseconds` for it. */
+    [[nodiscard]] bool hasEnded(int milliseconds) const;
+
+private:
+    struct Chunk {
+        std::vector<uint8_t> bytes;
+        size_t sent = 0;
+        std::vector<base::unique_fd> descriptors;  // leave with the first byte
+    };
+
+    [[nodiscard]] Posted flushLocked() REQUIRES(mOutputLock);
+    void queueLocked(const OutFrame& frame, size_t sent) REQUIRES(mOutputLock);
+
+    const uint64_t mId;
+    const base::unique_fd mSocket;
+    const ConnectionKind mKind;
+    const bool mAccepted;
+    ucred mCredentials = {};
+    std::shared_ptr<Peer> mPeer;
+    FrameInput mInput;
+    std::unique_ptr<OneWayIntake> mIntake;
+
+    mutable Mutex mOutputLock;
+    std::deque<Chunk> mOutput GUARDED_BY(mOutputLock);
+    size_t mOutputBytes GUARDED_BY(mOutputLock) = 0;
+};
+
+/** The one line about a connection that is ended for what came over it. */
+void logNoFrame(const Connection& connection);
+
+}  // namespace android::transport

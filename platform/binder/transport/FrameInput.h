@@ -1,0 +1,60 @@
+#pragma once
+
+#include <android-base/unique_fd.h>
+#include <sys/types.h>
+
+#include <deque>
+#include <vector>
+
+#include "Block.h"
+#include "Wire.h"
+
+namespace android::transport {
+
+/** A frame as it was received; the pointers lead into `block`. */
+struct Frame {
+    FrameHeader header;
+    const uint8_t* data = nullptr;
+    const WireObject* objects = nullptr;
+    BlockRef block;
+    std::vector<base::unique_fd> descriptors;
+    /** The kernel dropped descriptors on the way, as when the process has no room for more. */
+    bool descriptorsLost = false;
+};
+
+/**
+ * Cuts the byte stream of one connection into frames. A hostile size never makes it allocate: room
+ * grows with the bytes that have come. Used by one thread at a time.
+ */
+class FrameInput {
+public:
+    enum class Result { FRAME, PARTIAL, BROKEN };
+
+    /**
+     * Receives once into the buffer. Bytes received; 0 at the end of the stream; -errno, which is
+     * -EAGAIN when nothing is there.
+     */
+    [[nodiscard]] ssize_t receive(int socket, int flags);
+
+    /** Adds bytes as if received; for tests of the cutting alone. */
+    [[nodiscard]] bool append(const void* bytes, size_t size);
+
+    /** Takes the next frame. PARTIAL: receive more. BROKEN: these bytes are no frame. */
+    [[nodiscard]] Result next(Frame* outFrame);
+
+    /** True when no part of a frame waits here. */
+    [[nodiscard]] bool isEmpty() const { return mBegin == mEnd; }
+
+private:
+    [[nodiscard]] bool makeRoom();
+    [[nodiscard]] size_t wantedCapacity() const;
+    [[nodiscard]] Result takeDescriptors(Frame* frame);
+
+    BlockRef mBlock;
+    size_t mBegin = 0;  // first byte that no frame has taken
+    size_t mEnd = 0;    // first byte not received
+    std::deque<base::unique_fd> mDescriptors;
+    bool mDescriptorsLost = false;
+};
+
+}  // namespace android::transport

@@ -1,0 +1,76 @@
+#pragma once
+
+#include <binder/ProcessState.h>
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "TestNode.h"
+#include "support/ChildProcess.h"
+#include "support/TempDir.h"
+
+namespace sonorel::test {
+
+// The test program is the context manager of a runtime folder of its own. Its node takes the nodes
+// of the processes that a test starts.
+class World {
+public:
+    static World& get() {
+        static World* const sWorld = new World();
+        return *sWorld;
+    }
+    const std::string& folder() const { return mFolder; }
+    const android::sp<TestNode>& node() const { return mNode; }
+
+private:
+    World() {
+        // Not removed here: the library removes its own files at exit, and the folder is in /tmp.
+        static TempDir sDir;
+        mFolder = sDir.path("run");
+        setenv("SONOREL_RUNTIME_DIR", mFolder.c_str(), 1);
+        mNode = new TestNode();
+        android::ProcessState::self()->startThreadPool();
+        if (android::ProcessState::self()->becomeContextManager(mNode) != android::OK) abort();
+    }
+
+    std::string mFolder;
+    android::sp<TestNode> mNode;
+};
+
+// Another process with a node, which ends with this object.
+class TestPeer {
+public:
+    explicit TestPeer(const std::string& name, const std::vector<std::string>& options = {},
+                      std::optional<uid_t> uid = std::nullopt)
+            : mName(name) {
+        World& world = World::get();
+        ChildProcess::Options child;
+        child.program = SONOREL_BIN_DIR "/binder_test_peer";
+        child.args = {name};
+        child.args.insert(child.args.end(), options.begin(), options.end());
+        child.env["SONOREL_RUNTIME_DIR"] = world.folder();
+        child.uid = uid;
+        mChild = std::make_unique<ChildProcess>(child);
+        if (!world.node()->waitForKept(name)) ADD_FAILURE() << mChild->errors();
+        mNode = world.node()->kept(name);
+        world.node()->drop(name);
+    }
+
+    const android::sp<android::IBinder>& node() const { return mNode; }
+    ChildProcess& process() { return *mChild; }
+    void forget() { mNode = nullptr; }
+    void kill() {
+        mChild->kill(SIGKILL);
+        EXPECT_TRUE(mChild->wait());
+    }
+
+private:
+    const std::string mName;
+    std::unique_ptr<ChildProcess> mChild;
+    android::sp<android::IBinder> mNode;
+};
+
+}  // namespace sonorel::test
