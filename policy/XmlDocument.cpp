@@ -8,7 +8,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
 #include <system_error>
 
 namespace android {
@@ -62,8 +61,12 @@ private:
     std::string mFirst;
 };
 
-std::string errnoText(int error) {
-    return std::generic_category().message(error);
+std::string errnoText() {
+    return std::generic_category().message(errno);
+}
+
+std::string sizeText() {
+    return "larger than " + std::to_string(XmlDocument::kMaxFileSize) + " bytes";
 }
 
 // Walks what references stand for, without building it, and gives up at the limits.
@@ -145,7 +148,7 @@ XmlDocument XmlDocument::readFile(const std::string& path) {
     const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     struct stat status {};
     if (file.get() < 0 || fstat(file.get(), &status) != 0) {
-        result.mError = path + ": " + errnoText(errno);
+        result.mError = path + ": " + errnoText();
         return result;
     }
     if (!S_ISREG(status.st_mode)) {
@@ -153,7 +156,7 @@ XmlDocument XmlDocument::readFile(const std::string& path) {
         return result;
     }
     if (static_cast<size_t>(status.st_size) > kMaxFileSize) {
-        result.mError = path + ": larger than " + std::to_string(kMaxFileSize) + " bytes";
+        result.mError = path + ": " + sizeText();
         return result;
     }
     const ParserErrors errors;
@@ -165,7 +168,7 @@ XmlDocument XmlDocument::readFile(const std::string& path) {
 XmlDocument XmlDocument::readMemory(const char* bytes, size_t size, const std::string& name) {
     XmlDocument result;
     if (size > kMaxFileSize) {
-        result.mError = name + ": larger than " + std::to_string(kMaxFileSize) + " bytes";
+        result.mError = name + ": " + sizeText();
         return result;
     }
     const ParserErrors errors;
@@ -206,11 +209,6 @@ XmlText::XmlText(const xmlAttr* attribute) : mText(plainText(attribute->children
         mOwned.reset(xmlNodeGetContent(reinterpret_cast<const xmlNode*>(attribute)));
         mText = reinterpret_cast<const char*>(mOwned.get());
     }
-}
-
-bool isElement(const xmlNode* node, const char* name) {
-    return node->type == XML_ELEMENT_NODE &&
-           std::strcmp(reinterpret_cast<const char*>(node->name), name) == 0;
 }
 
 }  // namespace android

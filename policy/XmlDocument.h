@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstring>
 #include <memory>
 #include <string>
 
@@ -68,7 +69,12 @@ private:
     const char* mText;
 };
 
-// True for an element of that name; every other kind of node carries no value.
-bool isElement(const xmlNode* node, const char* name);
+// True for an element of that name; every other kind of node carries no value. Inline for its first
+// comparison, which settles nearly every call.
+inline bool isElement(const xmlNode* node, const char* name) {
+    if (node->type != XML_ELEMENT_NODE) return false;
+    const char* nodeName = reinterpret_cast<const char*>(node->name);
+    return nodeName[0] == name[0] && std::strcmp(nodeName, name) == 0;
+}
 
 }  // namespace android
