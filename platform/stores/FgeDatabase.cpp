@@ -94,7 +94,9 @@ void FgeDatabase::getSwitchForPkgName(std::map<std::string, int>& map) {
     StoredSwitches stored;
     {
         Mutex::Autolock lock(mLock);
-        if (!mDatabase->read(__func__, [&] { return readSwitches(*mDatabase, user, &stored); })) {
+        if (!mDatabase->read(__func__, [&](const SettingsDatabase& database) {
+                return readSwitches(database, user, &stored);
+            })) {
             return;
         }
     }
@@ -106,8 +108,8 @@ void FgeDatabase::setFastGameEffectOn(const std::string& pkgName, int value) {
     const int32_t user = mCurrentUserId;
     Mutex::Autolock lock(mLock);
     // A failure is logged there; nobody waits for it.
-    (void)mDatabase->write(__func__, [&] {
-        Statement upsert(mDatabase->statement(kSetValue));
+    (void)mDatabase->write(__func__, [&](const SettingsDatabase& database) {
+        Statement upsert(database.statement(kSetValue));
         return upsert.bind(1, user).bindText(2, pkgName).bind(3, value).run();
     });
 }
@@ -117,12 +119,12 @@ void FgeDatabase::updateDataBase(const std::vector<std::string>& pkgs,
     const int32_t user = mCurrentUserId;
     const std::set<std::string> listed(pkgs.begin(), pkgs.end());
     Mutex::Autolock lock(mLock);
-    (void)mDatabase->write(__func__, [&] {
-        Transaction transaction(mDatabase->connection());
+    (void)mDatabase->write(__func__, [&](const SettingsDatabase& database) {
+        Transaction transaction(database.connection());
         int result = transaction.begin();
         StoredSwitches stored;
-        if (result == SQLITE_OK) result = readSwitches(*mDatabase, user, &stored);
-        if (result == SQLITE_OK) result = writeDifferences(*mDatabase, user, stored, listed, known);
+        if (result == SQLITE_OK) result = readSwitches(database, user, &stored);
+        if (result == SQLITE_OK) result = writeDifferences(database, user, stored, listed, known);
         return result == SQLITE_OK ? transaction.commit() : result;
     });
 }

@@ -168,8 +168,8 @@ void MetaInfoSqliteUtil::getMetaInfoByScene(int scene, float* pos3, meta_devices
     Row row;
     if (!resolve(__func__, device, &row)) return;
     // A failure is logged there and leaves the position as it is, like a scene without one.
-    (void)mDatabase->read(__func__, [&] {
-        Statement query(mDatabase->statement(kGetPosition));
+    (void)mDatabase->read(__func__, [&](const SettingsDatabase& database) {
+        Statement query(database.statement(kGetPosition));
         const int result = query.bind(1, row.user).bind(2, row.device).bind(3, scene).step();
         if (result == SQLITE_ROW) {
             const auto bytes = query.bytes(0);
@@ -188,8 +188,8 @@ void MetaInfoSqliteUtil::updateMetaInfoByScene(int scene, const float* pos3,
     Mutex::Autolock lock(mLock);
     Row row;
     if (!resolve(__func__, device, &row)) return;
-    (void)mDatabase->write(__func__, [&] {
-        Statement upsert(mDatabase->statement(kSetPosition));
+    (void)mDatabase->write(__func__, [&](const SettingsDatabase& database) {
+        Statement upsert(database.statement(kSetPosition));
         upsert.bind(1, row.user).bind(2, row.device).bind(3, scene);
         upsert.bindBlob(4, {reinterpret_cast<const char*>(position.data()), sizeof(position)});
         return upsert.run();
@@ -225,8 +225,8 @@ bool MetaInfoSqliteUtil::isScene(const char* operation, int scene, const float* 
 int MetaInfoSqliteUtil::readColumn(const char* operation, int statement, const Row& row,
                                    int unreadable, int missing) {
     int value = missing;
-    const bool isRead = mDatabase->read(operation, [&] {
-        Statement query(mDatabase->statement(static_cast<size_t>(statement)));
+    const bool isRead = mDatabase->read(operation, [&](const SettingsDatabase& database) {
+        Statement query(database.statement(static_cast<size_t>(statement)));
         const int result = query.bind(1, row.user).bind(2, row.device).step();
         value = result == SQLITE_ROW ? static_cast<int>(query.integer(0)) : missing;
         return result == SQLITE_ROW || result == SQLITE_DONE ? SQLITE_OK : result;
@@ -237,8 +237,8 @@ int MetaInfoSqliteUtil::readColumn(const char* operation, int statement, const R
 void MetaInfoSqliteUtil::writeColumn(const char* operation, int statement, const Row& row,
                                      int value) {
     // A failure is logged there; the service has nobody to tell.
-    (void)mDatabase->write(operation, [&] {
-        Statement upsert(mDatabase->statement(static_cast<size_t>(statement)));
+    (void)mDatabase->write(operation, [&](const SettingsDatabase& database) {
+        Statement upsert(database.statement(static_cast<size_t>(statement)));
         return upsert.bind(1, row.user).bind(2, row.device).bind(3, value).run();
     });
 }

@@ -34,9 +34,9 @@ int32_t MssDatabase::getSoundWidenMode() {
     Mutex::Autolock lock(mLock);
     int32_t mode = 0;
     // A failure is logged there, and the mode is then what a new user has.
-    (void)mDatabase->read(__func__, [this, &mode] {
-        Statement query(mDatabase->statement(kGetMode));
-        const int result = query.bind(1, mUser).step();
+    (void)mDatabase->read(__func__, [user = mUser, &mode](const SettingsDatabase& database) {
+        Statement query(database.statement(kGetMode));
+        const int result = query.bind(1, user).step();
         if (result == SQLITE_ROW) mode = static_cast<int32_t>(query.integer(0));
         return result == SQLITE_ROW || result == SQLITE_DONE ? SQLITE_OK : result;
     });
@@ -45,8 +45,8 @@ int32_t MssDatabase::getSoundWidenMode() {
 
 void MssDatabase::setSoundWidenMode(int32_t mode) {
     Mutex::Autolock lock(mLock);
-    (void)mDatabase->write(__func__, [this, mode] {
-        return Statement(mDatabase->statement(kSetMode)).bind(1, mUser).bind(2, mode).run();
+    (void)mDatabase->write(__func__, [user = mUser, mode](const SettingsDatabase& database) {
+        return Statement(database.statement(kSetMode)).bind(1, user).bind(2, mode).run();
     });
 }
 

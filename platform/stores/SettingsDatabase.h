@@ -6,6 +6,7 @@
 #include <memory>
 #include <shared_mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "DatabaseFile.h"
@@ -42,10 +43,10 @@ public:
     // Opens it now, so that its state shows in the log at start-up.
     void openEarly();
 
-    // Runs `work`, a callable that uses statement() and returns SQLITE_OK or an error code, perhaps
-    // again after a repair. False when it could not be done; that is then logged under the
-    // operation's name. The two differ in that a lost write is logged even while the file is known
-    // to be out of reach.
+    // Runs `work`, a callable that takes this object, uses its statement() and returns SQLITE_OK or
+    // an error code, perhaps again after a repair. False when it could not be done; that is then
+    // logged under the operation's name. The two differ in that a lost write is logged even while
+    // the file is known to be out of reach.
     template <typename Work>
     [[nodiscard]] bool read(const char* operation, Work&& work) {
         return perform(operation, work);
@@ -75,7 +76,7 @@ private:
         for (int attempt = 0;; ++attempt) {
             InUse inUse = acquire();
             if (!inUse) return false;
-            const int result = work();
+            const int result = work(std::as_const(*this));
             if (result == SQLITE_OK) {
                 if (mImpatient) setPatience(false);
                 return true;
