@@ -44,6 +44,16 @@ static_assert(sizeof(ObjectRecord) == Parcel::kObjectRecordBytes);
 constexpr int32_t kUndeclaredStability = 0;
 constexpr int32_t kSystemStability = 0x0c;
 
+// A stranger's text for a log line: short and on one line.
+std::string printable(const char16_t* text, size_t len) {
+    constexpr size_t kMost = 100;
+    if (text == nullptr) return "(none)";
+    std::string result(std::min(len, kMost), '?');
+    std::transform(text, text + result.size(), result.begin(),
+                   [](char16_t c) { return c > u' ' && c < 0x7f ? static_cast<char>(c) : '?'; });
+    return result;
+}
+
 unique_fd duplicate(int fd) {
     return unique_fd(::fcntl(fd, F_DUPFD_CLOEXEC, 0));
 }
@@ -300,8 +310,8 @@ bool Parcel::enforceInterface(const char16_t* descriptor, size_t len) const {
         std::memcmp(seen, descriptor, len * sizeof(char16_t)) == 0) {
         return true;
     }
-    ALOGW("Call for interface \"%s\" reached an object of \"%s\"",
-          seen == nullptr ? "" : String8(seen, seenLen).c_str(), String8(descriptor, len).c_str());
+    ALOGW("Call for interface \"%s\" reached an object of \"%s\"", printable(seen, seenLen).c_str(),
+          printable(descriptor, len).c_str());
     return false;
 }
 

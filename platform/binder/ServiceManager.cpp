@@ -102,7 +102,8 @@ status_t ServiceManager::addService(const String16& name, const sp<IBinder>& ser
     const auto key = validName(name);
     if (!mayAdd(key.value_or("with a bad name"))) return PERMISSION_DENIED;
     if (!key || service == nullptr) {
-        ALOGW("Refused service \"%s\": %s", String8(name).c_str(), key ? "null" : "bad name");
+        // A bad name may hold anything, line ends too.
+        ALOGW("Refused a service: %s", key ? (*key + " is null").c_str() : "bad name");
         return BAD_VALUE;
     }
     storeService(*key, {service, dumpsysFlags});
