@@ -35,7 +35,9 @@ TEST_F(Lifecycle, StartUpReadsPolicyAndTellsInOrder) {
         from = found + 1;
     }
     for (const LogLine& line : mCapture.lines()) {
-        if (line.message == "init") EXPECT_EQ("Kestrune::SonorelService_Aidl", line.tag);
+        if (line.message == "init") {
+            EXPECT_EQ("Kestrune::SonorelService_Aidl", line.tag);
+        }
     }
 }
 
