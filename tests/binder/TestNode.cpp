@@ -106,6 +106,10 @@ std::vector<int32_t> TestNode::notes() {
     const std::lock_guard lock(mMutex);
     return mNotes;
 }
+int TestNode::deaths() {
+    const std::lock_guard lock(mMutex);
+    return mDeaths;
+}
 uid_t TestNode::noteUid() {
     const std::lock_guard lock(mMutex);
     return mNoteUid;
@@ -230,6 +234,8 @@ status_t TestNode::handleProcess(uint32_t code, const Parcel& data, Parcel* repl
             return data.readInt32();
         case THREADS:
             return reply->writeInt32(countThreads());
+        case CALL_BACK:
+            return callEcho(data.readStrongBinder(), 400);
         case EXIT:
             exit(0);
         default:
@@ -283,6 +289,13 @@ int32_t callInt(const sp<IBinder>& node, uint32_t code) {
     Parcel reply;
     if (node->transact(code, data, &reply) != OK) return -1;
     return reply.readInt32();
+}
+
+status_t callBack(const sp<IBinder>& node, const sp<IBinder>& self) {
+    Parcel data;
+    Parcel reply;
+    data.writeStrongBinder(self);
+    return node->transact(TestNode::CALL_BACK, data, &reply);
 }
 
 status_t callPlain(const sp<IBinder>& node, uint32_t code, uint32_t flags) {

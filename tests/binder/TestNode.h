@@ -37,6 +37,7 @@ public:
         BIG_REPLY,  // size -> that many bytes
         STATUS,     // status: what the call then fails with
         THREADS,    // -> threads of the process
+        CALL_BACK,  // binder: calls its ECHO -> status
         EXIT,       // leaves by exit
     };
 
@@ -48,6 +49,7 @@ public:
     [[nodiscard]] bool waitForNotes(size_t count);
     [[nodiscard]] bool waitForBlocked(int count);
     [[nodiscard]] bool waitForDeaths(int count);
+    int deaths();
 
     android::sp<android::IBinder> kept(const std::string& name);
     void drop(const std::string& name);
@@ -100,6 +102,8 @@ android::status_t callNamed(const android::sp<android::IBinder>& node, uint32_t 
                             const std::string& name, uint32_t flags = 0);
 // A call without arguments whose reply starts with an int, -1 when it failed.
 int32_t callInt(const android::sp<android::IBinder>& node, uint32_t code);
+android::status_t callBack(const android::sp<android::IBinder>& node,
+                           const android::sp<android::IBinder>& self);
 android::status_t callPlain(const android::sp<android::IBinder>& node, uint32_t code,
                             uint32_t flags = 0);
 

@@ -146,14 +146,25 @@ TEST(Identity, TokenIsUidAndPid) {
 }
 
 TEST(Nested, ReachesACallerWithoutThreads) {
-    const TestPeer bare("bare", {"--no-pool"});
-    const TestPeer middle("middle");
-    // The bare process cannot be called from outside, so it is this test's process that nests here:
-    // this thread calls, and is called back while it waits.
-    ASSERT_EQ(OK, callKeep(middle.node(), "back", World::get().node()));
-    int32_t uid = -1;
-    EXPECT_EQ(OK, relay(middle.node(), "back", TestNode::IDENTITY, &uid));
-    EXPECT_EQ(static_cast<int32_t>(getuid()), uid);
+    TestPeer bare("bare", {"--no-pool"});
+    EXPECT_TRUE(bare.process().waitForOutput("called back: 0\n"));
+}
+
+TEST(Nested, ComesBackOnTheThreadThatWaits) {
+    const TestPeer peer("nest", {"--threads", "1"});
+    // Down and up again through one thread on each side: more would need a second thread there.
+    const sp<TestNode> mine = new TestNode();
+    ASSERT_EQ(OK, callKeep(peer.node(), "mine", mine));
+    ASSERT_EQ(OK, callKeep(mine, "peer", peer.node()));
+    Parcel data;
+    data.writeCString("mine");
+    data.writeUint32(TestNode::RELAY);
+    data.writeCString("peer");
+    data.writeUint32(TestNode::LIVE);
+    Parcel reply;
+    EXPECT_EQ(OK, peer.node()->transact(TestNode::RELAY, data, &reply));
+    EXPECT_EQ(OK, reply.readInt32());
+    EXPECT_EQ(OK, reply.readInt32()) << "status of the innermost call";
 }
 
 TEST(Objects, OneRemoteObjectIsOneProxy) {

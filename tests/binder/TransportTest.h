@@ -2,6 +2,7 @@
 
 #include <binder/ProcessState.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <stdlib.h>
 
 #include <memory>
@@ -59,16 +60,30 @@ public:
         world.node()->drop(name);
     }
 
+    // A process that nobody killed must end well: a sanitizer's find shows in the exit code.
+    ~TestPeer() {
+        mChild->closeInput();
+        const std::optional<ExitStatus> end = mChild->wait();
+        EXPECT_TRUE(end.has_value());
+        if (end && !mKilled) {
+            EXPECT_TRUE(end->exited && end->code == 0) << mName << ": " << mChild->errors();
+        }
+    }
+    TestPeer(const TestPeer&) = delete;
+    TestPeer& operator=(const TestPeer&) = delete;
+
     const android::sp<android::IBinder>& node() const { return mNode; }
     ChildProcess& process() { return *mChild; }
     void forget() { mNode = nullptr; }
     void kill() {
+        mKilled = true;
         mChild->kill(SIGKILL);
         EXPECT_TRUE(mChild->wait());
     }
 
 private:
     const std::string mName;
+    bool mKilled = false;
     std::unique_ptr<ChildProcess> mChild;
     android::sp<android::IBinder> mNode;
 };

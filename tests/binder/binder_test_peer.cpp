@@ -47,6 +47,8 @@ int main(int argc, char** argv) {
             printf("no context manager\n");
             return 1;
         }
+        // A process without threads of its own can still be called while it calls.
+        if (!pool) printf("called back: %d\n", sonorel::test::callBack(registry, node));
     }
     printf("ready\n");
     fflush(stdout);
