@@ -154,7 +154,7 @@ public:
     status_t readString16(String16* outStr) const;
     template <typename Nullable, typename = internal::IfNullable<Nullable>>
     status_t readString16(Nullable* outStr) const {
-        return readNullable(outStr, [this](auto* v) { return readString16(v); });
+        return readNullable(outStr, [this](auto* v) { return this->readString16(v); });
     }
     /** Null on failure, for a null string, and at a position that no writer leaves. */
     const char16_t* readString16Inplace(size_t* outLen) const;
@@ -169,7 +169,7 @@ public:
     status_t readUtf8FromUtf16(std::string* outStr) const;
     template <typename Nullable, typename = internal::IfNullable<Nullable>>
     status_t readUtf8FromUtf16(Nullable* outStr) const {
-        return readNullable(outStr, [this](auto* v) { return readUtf8FromUtf16(v); });
+        return readNullable(outStr, [this](auto* v) { return this->readUtf8FromUtf16(v); });
     }
 
     status_t writeNoException();
@@ -242,14 +242,14 @@ public:
     status_t readUtf8VectorFromUtf16Vector(std::vector<std::string>* outVal) const;
     status_t readStrongBinderVector(std::vector<sp<IBinder>>* outVal) const;
 
-#define SONOREL_NULLABLE_VECTOR(WRITE, READ)                                \
-    template <typename Nullable, typename = internal::IfNullable<Nullable>> \
-    status_t WRITE(const Nullable& val) {                                   \
-        return val ? WRITE(*val) : writeInt32(-1);                          \
-    }                                                                       \
-    template <typename Nullable, typename = internal::IfNullable<Nullable>> \
-    status_t READ(Nullable* outVal) const {                                 \
-        return readNullable(outVal, [this](auto* v) { return READ(v); });   \
+#define SONOREL_NULLABLE_VECTOR(WRITE, READ)                                    \
+    template <typename Nullable, typename = internal::IfNullable<Nullable>>     \
+    status_t WRITE(const Nullable& val) {                                       \
+        return val ? WRITE(*val) : writeInt32(-1);                              \
+    }                                                                           \
+    template <typename Nullable, typename = internal::IfNullable<Nullable>>     \
+    status_t READ(Nullable* outVal) const {                                     \
+        return readNullable(outVal, [this](auto* v) { return this->READ(v); }); \
     }
     SONOREL_NULLABLE_VECTOR(writeByteVector, readByteVector)
     SONOREL_NULLABLE_VECTOR(writeInt32Vector, readInt32Vector)

@@ -97,7 +97,7 @@ status_t Parcel::resizeOutVector(std::vector<T>* outVal) const {
 
 template <typename Nullable, typename>
 status_t Parcel::resizeOutVector(Nullable* outVal) const {
-    return readNullable(outVal, [this](auto* vector) { return resizeOutVector(vector); });
+    return readNullable(outVal, [this](auto* vector) { return this->resizeOutVector(vector); });
 }
 
 template <typename T, typename Write>
