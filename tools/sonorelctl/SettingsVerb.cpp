@@ -1,0 +1,195 @@
+// `settings`: what the settings database holds, read from the file and told in words. Needs no
+// service.
+
+#include <sqlite3.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Json.h"
+#include "Verb.h"
+
+namespace sonorel::ctl {
+namespace {
+
+constexpr char kDatabase[] = "/data/qelto/multimedia/meta.db";
+
+struct CloseDatabase {
+    void operator()(sqlite3* database) const { (void)sqlite3_close(database); }
+};
+struct FinalizeStatement {
+    void operator()(sqlite3_stmt* statement) const { (void)sqlite3_finalize(statement); }
+};
+using Database = std::unique_ptr<sqlite3, CloseDatabase>;
+using Statement = std::unique_ptr<sqlite3_stmt, FinalizeStatement>;
+
+int fail(const std::string& path, const char* reason) {
+    (void)std::fprintf(stderr, "sonorelctl: %s: %s\n", path.c_str(), reason);
+    return kExitUsage;
+}
+
+bool hasTable(sqlite3* database, const char* table) {
+    sqlite3_stmt* raw = nullptr;
+    (void)sqlite3_prepare_v2(database, "SELECT 1 FROM sqlite_schema WHERE name = ?1", -1, &raw,
+                             nullptr);
+    const Statement statement(raw);
+    if (statement == nullptr) return false;
+    (void)sqlite3_bind_text(statement.get(), 1, table, -1, SQLITE_STATIC);
+    return sqlite3_step(statement.get()) == SQLITE_ROW;
+}
+
+// Calls `onRow` for each row; a table that is not there has none. False, and a line, for a failure.
+template <typename OnRow>
+bool forEachRow(sqlite3* database, const std::string& path, const char* table, const char* query,
+                OnRow onRow) {
+    if (!hasTable(database, table)) return true;
+    sqlite3_stmt* raw = nullptr;
+    int result = sqlite3_prepare_v2(database, query, -1, &raw, nullptr);
+    const Statement statement(raw);
+    while (result == SQLITE_OK || result == SQLITE_ROW) {
+        result = sqlite3_step(statement.get());
+        if (result == SQLITE_ROW) onRow(statement.get());
+    }
+    if (result == SQLITE_DONE) return true;
+    (void)fail(path, sqlite3_errmsg(database));
+    return false;
+}
+
+std::string textAt(sqlite3_stmt* row, int column) {
+    const unsigned char* const text = sqlite3_column_text(row, column);
+    return text == nullptr ? std::string() : reinterpret_cast<const char*>(text);
+}
+
+Json positionAt(sqlite3_stmt* row, int column) {
+    float xyz[3] = {};
+    const void* const bytes = sqlite3_column_blob(row, column);
+    if (bytes == nullptr || sqlite3_column_bytes(row, column) != static_cast<int>(sizeof(xyz))) {
+        return nullptr;
+    }
+    std::memcpy(xyz, bytes, sizeof(xyz));
+    Json position = Json::array();
+    for (const float value : xyz)
+        position.push_back(toJson(value));
+    return position;
+}
+
+const char* deviceName(int device) {
+    if (device == 0) return "speaker";
+    return device == 1 ? "headset" : "other";
+}
+
+// By user: device name to settings, sound widening mode, game effect switches.
+bool readSettings(sqlite3* database, const std::string& path, std::map<int, Json>* outUsers) {
+    const auto device = [outUsers](sqlite3_stmt* row) -> Json& {
+        return (*outUsers)[sqlite3_column_int(row, 0)]["devices"]
+                          [deviceName(sqlite3_column_int(row, 1))];
+    };
+    return forEachRow(database, path, "META_INFO",
+                      "SELECT user_id, device, is_on, mode, seeded FROM META_INFO"
+                      " ORDER BY user_id, device",
+                      [&](sqlite3_stmt* row) {
+                          Json& settings = device(row);
+                          settings["on"] = sqlite3_column_int(row, 2) != 0;
+                          settings["mode"] = sqlite3_column_int(row, 3);
+                          settings["seeded"] = sqlite3_column_int(row, 4) != 0;
+                      }) &&
+           forEachRow(database, path, "META_INFO_POSITION",
+                      "SELECT user_id, device, scene, xyz FROM META_INFO_POSITION"
+                      " ORDER BY user_id, device, scene",
+                      [&](sqlite3_stmt* row) {
+                          device(row)["scenes"][std::to_string(sqlite3_column_int(row, 2))] =
+                                  positionAt(row, 3);
+                      }) &&
+           forEachRow(database, path, "MSS_INFO", "SELECT user_id, sound_widen_mode FROM MSS_INFO",
+                      [&](sqlite3_stmt* row) {
+                          (*outUsers)[sqlite3_column_int(row, 0)]["soundWidenMode"] =
+                                  sqlite3_column_int(row, 1);
+                      }) &&
+           forEachRow(database, path, "FGE_INFO",
+                      "SELECT user_id, package, value, listed FROM FGE_INFO"
+                      " ORDER BY user_id, package",
+                      [&](sqlite3_stmt* row) {
+                          Json& game = (*outUsers)[sqlite3_column_int(row, 0)]["gameEffect"]
+                                                  [textAt(row, 1)];
+                          game["value"] = sqlite3_column_int(row, 2);
+                          game["listed"] = sqlite3_column_int(row, 3) != 0;
+                      });
+}
+
+void printDevice(const std::string& name, const Json& settings) {
+    const bool on = settings.value("on", false);
+    (void)std::printf("  %s: spatial audio %s, mode %d%s\n", name.c_str(), on ? "on" : "off",
+                      settings.value("mode", 0),
+                      settings.value("seeded", false) ? "" : ", home positions not written yet");
+    if (!settings.contains("scenes")) return;
+    for (const auto& [scene, position] : settings["scenes"].items()) {
+        (void)std::printf("    scene %s at %s\n", scene.c_str(), toLine(position).c_str());
+    }
+}
+
+void printUser(int user, const Json& settings) {
+    (void)std::printf("User %d\n", user);
+    if (settings.contains("devices")) {
+        for (const auto& [name, device] : settings["devices"].items())
+            printDevice(name, device);
+    }
+    if (settings.contains("soundWidenMode")) {
+        (void)std::printf("  sound widening mode %d\n", settings["soundWidenMode"].get<int>());
+    }
+    if (!settings.contains("gameEffect")) return;
+    for (const auto& [package, game] : settings["gameEffect"].items()) {
+        (void)std::printf("  game effect of %s: %d%s\n", package.c_str(), game["value"].get<int>(),
+                          game["listed"].get<bool>() ? "" : " (left the list)");
+    }
+}
+
+int showSettings(const std::string& root, bool json) {
+    const std::string path = root + kDatabase;
+    sqlite3* raw = nullptr;
+    const int opened = sqlite3_open_v2(path.c_str(), &raw, SQLITE_OPEN_READONLY, nullptr);
+    const Database database(raw);
+    if (opened != SQLITE_OK)
+        return fail(path, raw == nullptr ? "out of memory" : sqlite3_errmsg(raw));
+    std::map<int, Json> users;
+    if (!readSettings(database.get(), path, &users)) return kExitUsage;
+    if (json) {
+        Json all = Json::object();
+        for (const auto& [user, settings] : users)
+            all[std::to_string(user)] = settings;
+        (void)std::printf("%s\n", toLine(all).c_str());
+        return kExitOk;
+    }
+    for (const auto& [user, settings] : users)
+        printUser(user, settings);
+    if (users.empty()) (void)std::printf("Nothing is stored yet.\n");
+    return kExitOk;
+}
+
+}  // namespace
+
+void addSettingsVerb(CLI::App& app, const Globals&, Action* outAction) {
+    struct Options {
+        std::string root;
+        bool json = false;
+    };
+    const auto options = std::make_shared<Options>();
+    const char* const root = std::getenv("SONOREL_DEVICE_ROOT");
+    options->root = root == nullptr ? "" : root;
+    CLI::App* const verb = app.add_subcommand(
+            "settings",
+            "Tells what the settings database of a device root holds; needs no service");
+    verb->add_option("--root", options->root, "Device root (default: $SONOREL_DEVICE_ROOT, else /)")
+            ->type_name("DIR")
+            ->check(CLI::ExistingDirectory);
+    verb->add_flag("--json", options->json, "One JSON object, by user");
+    verb->callback([options, outAction] {
+        *outAction = [options] { return showSettings(options->root, options->json); };
+    });
+}
+
+}  // namespace sonorel::ctl

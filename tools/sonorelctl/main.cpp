@@ -1,0 +1,48 @@
+#include <android/log.h>
+
+#include <cstdio>
+
+#include "Verb.h"
+
+namespace sonorel::ctl {
+namespace {
+
+constexpr AddVerb kVerbs[] = {addCallVerb, addListenVerb, addListVerb};
+
+int run(int argc, char** argv) {
+    // What goes wrong is told in one line of our own.
+    __android_log_set_minimum_priority(ANDROID_LOG_FATAL);
+    Globals globals;
+    Action action;
+    CLI::App app("Talks to the spatial-audio service.");
+    app.name("sonorelctl");
+    app.set_version_flag("--version", "sonorelctl " SONOREL_VERSION);
+    app.require_subcommand(1);
+    app.fallthrough();
+    app.add_option("--timeout", globals.timeoutSeconds,
+                   "How long the service may take to answer; 0 for ever")
+            ->type_name("SEC")
+            ->check(CLI::NonNegativeNumber)
+            ->capture_default_str();
+    app.footer(
+            "Exit codes: 0 ok, 1 the service answered an error, 2 usage, 3 no service manager or "
+            "no "
+            "service,\n4 timed out, 5 permission denied, 6 the service died.\n"
+            "$SONOREL_RUNTIME_DIR names the folder of the sockets; a client of another uid has to "
+            "set it.");
+    for (const AddVerb addVerb : kVerbs)
+        addVerb(app, globals, &action);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? kExitOk : kExitUsage;
+    }
+    return action();
+}
+
+}  // namespace
+}  // namespace sonorel::ctl
+
+int main(int argc, char** argv) {
+    return sonorel::ctl::run(argc, argv);
+}
