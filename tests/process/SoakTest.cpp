@@ -1,0 +1,29 @@
+// The long forms: minutes each.
+
+#include <memory>
+
+#include "process/CrashRounds.h"
+#include "process/StormRounds.h"
+#include "process/VisitRounds.h"
+
+namespace sonorel::test {
+namespace {
+
+using Crash = CrashRounds;
+using Visit = VisitRounds;
+using Storm = StormRounds;
+
+TEST_F(Visit, TwoHundredClientsTwentyTimesOver) {
+    run(20, 200);
+}
+
+TEST_F(Crash, ThreeHundredKills) {
+    run(300, 2);
+}
+
+TEST_F(Storm, EightCallersForTwentyThousandCallsEach) {
+    run(20000);
+}
+
+}  // namespace
+}  // namespace sonorel::test

@@ -1,0 +1,23 @@
+// Short forms of the soaks, so that every build of sonoreld goes through them.
+
+#include <memory>
+
+#include "process/StormRounds.h"
+#include "process/VisitRounds.h"
+
+namespace sonorel::test {
+namespace {
+
+using Visit = VisitRounds;
+using Storm = StormRounds;
+
+TEST_F(Visit, KilledClientsLeaveNothingBehind) {
+    run(3, 10);
+}
+
+TEST_F(Storm, EightCallersMixAllMethods) {
+    run(1000);
+}
+
+}  // namespace
+}  // namespace sonorel::test
