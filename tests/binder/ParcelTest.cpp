@@ -166,6 +166,16 @@ TEST(Parcel, WriteBeyondTheEndFillsTheGapWithZeros) {
     EXPECT_EQ(0, parcel.readInt64());
 }
 
+TEST(Parcel, SmallContentsLieInsideTheParcel) {
+    Parcel parcel;
+    parcel.writeInterfaceToken(String16("qelto.halvend.ISonorelService"));
+    parcel.writeUtf8AsUtf16(std::string("com.example.application.name"));
+    parcel.writeFloatVector(std::vector<float>(16));
+    const auto* begin = reinterpret_cast<const uint8_t*>(&parcel);
+    EXPECT_GE(parcel.data(), begin);
+    EXPECT_LE(parcel.data() + parcel.dataSize(), begin + sizeof(parcel));
+}
+
 TEST(Parcel, GrowsAndShrinksWithItsContents) {
     constexpr int kWords = 100'000;
     Parcel parcel;

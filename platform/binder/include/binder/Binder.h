@@ -45,6 +45,8 @@ private:
 class BBinder : public IBinder {
 public:
     BBinder() = default;
+    BBinder(const BBinder&) = delete;
+    BBinder& operator=(const BBinder&) = delete;
 
     [[nodiscard]] const String16& getInterfaceDescriptor() const override;
     [[nodiscard]] bool isBinderAlive() const override;

@@ -68,6 +68,8 @@ public:                                                                         
     static ::android::sp<I##NAME> asInterface(const ::android::sp<::android::IBinder>& obj); \
     virtual const ::android::String16& getInterfaceDescriptor() const;                       \
     I##NAME();                                                                               \
+    I##NAME(const I##NAME&) = delete;                                                        \
+    I##NAME& operator=(const I##NAME&) = delete;                                             \
     virtual ~I##NAME();                                                                      \
     static bool setDefaultImpl(std::unique_ptr<I##NAME> impl);                               \
     static const std::unique_ptr<I##NAME>& getDefaultImpl();                                 \

@@ -25,6 +25,8 @@ class ServiceManager : public BnInterface<IServiceManager>, public IBinder::Deat
 public:
     /** `root` stands for the device's "/". */
     explicit ServiceManager(const std::string& root);
+    ServiceManager(const ServiceManager&) = delete;
+    ServiceManager& operator=(const ServiceManager&) = delete;
 
     sp<IBinder> getService(const String16& name) const override EXCLUDES(mLock);
     sp<IBinder> checkService(const String16& name) const override EXCLUDES(mLock);
