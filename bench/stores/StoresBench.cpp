@@ -68,6 +68,15 @@ private:
     sqlite3_stmt* mUpdate = nullptr;
 };
 
+std::vector<std::string> makePackages(int64_t count) {
+    std::vector<std::string> packages;
+    packages.reserve(static_cast<size_t>(count));
+    for (int64_t i = 0; i < count; ++i) {
+        packages.push_back("com.example.game.number" + std::to_string(i));
+    }
+    return packages;
+}
+
 sp<MetaInfoSqliteUtil> makeStore(const std::string& path) {
     return new MetaInfoSqliteUtil(path, "META_INFO", 14, 1.5f, 0);
 }
@@ -126,10 +135,7 @@ BENCHMARK(readOn);
 void openThreeStores(benchmark::State& state) {
     const TempDir folder;
     const std::string path = folder.path("meta.db");
-    std::vector<std::string> packages;
-    for (int i = 0; i < state.range(0); ++i) {
-        packages.push_back("com.example.game.number" + std::to_string(i));
-    }
+    const std::vector<std::string> packages = makePackages(state.range(0));
     {
         const sp<FgeDatabase> games = new FgeDatabase(path);
         games->updateDataBase(packages, {});
@@ -146,10 +152,7 @@ BENCHMARK(openThreeStores)->Arg(0)->Arg(5000)->Unit(benchmark::kMicrosecond)->Us
 void updatePackageList(benchmark::State& state) {
     const TempDir folder;
     const sp<FgeDatabase> games = new FgeDatabase(folder.path("meta.db"));
-    std::vector<std::string> packages;
-    for (int i = 0; i < state.range(0); ++i) {
-        packages.push_back("com.example.game.number" + std::to_string(i));
-    }
+    const std::vector<std::string> packages = makePackages(state.range(0));
     bool all = false;
     for (auto _ : state) {
         all = !all;

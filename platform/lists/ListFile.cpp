@@ -6,17 +6,17 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <log/log.h>
-#include <string.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <string_view>
+#include <system_error>
 
 namespace android {
 namespace {
 
-constexpr off_t kMaxFileBytes = 4 * 1024 * 1024;
+constexpr off_t kMaxFileBytes = off_t{4} * 1024 * 1024;
 // Two edits closer together than a file system's clock tick can leave the same times. The coarsest
 // tick in use is 2 s.
 constexpr time_t kSettleSeconds = 3;
@@ -68,7 +68,8 @@ bool ListFile::read(const std::string& path, const std::string& shownPath) {
     const base::unique_fd fd(
             TEMP_FAILURE_RETRY(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)));
     if (fd.get() < 0 || ::fstat(fd.get(), &mSeen) != 0) {
-        ALOGW("list %s cannot be read: %s", shownPath.c_str(), strerror(errno));
+        ALOGW("list %s cannot be read: %s", shownPath.c_str(),
+              std::system_category().message(errno).c_str());
         return false;
     }
     if (!S_ISREG(mSeen.st_mode) || mSeen.st_size > kMaxFileBytes) {
@@ -78,7 +79,8 @@ bool ListFile::read(const std::string& path, const std::string& shownPath) {
     }
     std::string content;
     if (!readAll(fd.get(), mSeen.st_size, &content)) {
-        ALOGW("list %s cannot be read: %s", shownPath.c_str(), strerror(errno));
+        ALOGW("list %s cannot be read: %s", shownPath.c_str(),
+              std::system_category().message(errno).c_str());
         return false;
     }
     mSettled =

@@ -4,10 +4,10 @@
 
 #include <log/log.h>
 #include <qelto/DevicePath.h>
-#include <string.h>
 
 #include <algorithm>
 #include <mutex>
+#include <system_error>
 #include <utility>
 
 namespace android {
@@ -290,7 +290,7 @@ std::string SettingsDatabase::errorText(int result) const {
                         primaryCode(sqlite3_errcode(connection)) == primaryCode(result);
     std::string text = isLast ? sqlite3_errmsg(connection) : sqlite3_errstr(result);
     const int systemError = isLast ? sqlite3_system_errno(connection) : 0;
-    if (systemError != 0) text += std::string(" (") + strerror(systemError) + ")";
+    if (systemError != 0) text += " (" + std::system_category().message(systemError) + ")";
     return text;
 }
 

@@ -133,7 +133,7 @@ TEST_F(ListServiceUtilsTest, WhatIsNoFileIsLoggedAndDoesNotHang) {
     ASSERT_EQ(mkdir(path.c_str(), 0700), 0);
     EXPECT_EQ(look("a"), "(none)");
     ASSERT_EQ(rmdir(path.c_str()), 0);
-    write(std::string(5 * 1024 * 1024, 'a') + " 1\n");
+    write(std::string(size_t{5} * 1024 * 1024, 'a') + " 1\n");
     EXPECT_EQ(look("a"), "(none)");
     write("a 2\n");
     EXPECT_EQ(look("a"), "2");

@@ -95,6 +95,12 @@ TEST_F(StoreContract, SeedingIsMarkedForEachUserAndDevice) {
     EXPECT_FALSE(again->getMetaAudioOn(-2)) << "the mark brings no setting with it";
 }
 
+std::array<uint32_t, 3> bitsOf(const Position& position) {
+    std::array<uint32_t, 3> bits{};
+    memcpy(bits.data(), position.data(), sizeof(bits));
+    return bits;
+}
+
 TEST_F(StoreContract, PositionsComeBackBitForBit) {
     float oddNaN = 0;
     const uint32_t bits = 0xFFA12345;
@@ -107,8 +113,7 @@ TEST_F(StoreContract, PositionsComeBackBitForBit) {
         meta->updateMetaInfoByScene(13, huge.data(), 0);
     }
     const auto meta = openMeta();
-    const Position readOdd = positionOf(meta, 1, 0);
-    EXPECT_EQ(memcmp(readOdd.data(), odd.data(), sizeof(odd)), 0);
+    EXPECT_EQ(bitsOf(positionOf(meta, 1, 0)), bitsOf(odd));
     EXPECT_EQ(positionOf(meta, 13, 0), huge);
 }
 

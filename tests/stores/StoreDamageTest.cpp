@@ -27,6 +27,7 @@ constexpr int kPackages = 1000;
 
 std::vector<std::string> packages() {
     std::vector<std::string> names;
+    names.reserve(kPackages);
     for (int i = 0; i < kPackages; ++i)
         names.push_back("com.example.game" + std::to_string(i));
     return names;
@@ -151,7 +152,7 @@ TEST_F(StoreDamage, SecondDamageInOneSecondGetsAnotherName) {
 
 TEST_F(StoreDamage, ThreeStoresThatMeetItAtOnceReplaceItOnce) {
     fillFile();
-    overwrite(mPath, 5 * 4096, std::string(4096, '\xA5'));
+    overwrite(mPath, off_t{5} * 4096, std::string(4096, '\xA5'));
     std::thread meta([this] { openMeta()->setMetaAudioOn(true, 1); });
     std::thread mss([this] { openMss()->setSoundWidenMode(9); });
     std::thread fge([this] { openFge()->setFastGameEffectOn("game", 1); });

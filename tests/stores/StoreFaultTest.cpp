@@ -144,6 +144,7 @@ TEST_F(StoreFault, FullDiskLosesOnlyNewWrites) {
     std::ofstream(folder + "/filler") << std::string(400000, 'f');
     const LogCapture log(ANDROID_LOG_WARN);
     std::vector<std::string> many;
+    many.reserve(2000);
     for (int i = 0; i < 2000; ++i)
         many.push_back("com.example.game" + std::to_string(i));
     fge->updateDataBase(many, {});
@@ -168,6 +169,7 @@ TEST_F(StoreFault, FullDiskLosesOnlyNewWrites) {
 
 // SONOREL_KILL_ROUNDS asks for a longer run.
 TEST_F(StoreFault, AcknowledgedWritesOutliveTheProcess) {
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing changes the environment
     const char* asked = getenv("SONOREL_KILL_ROUNDS");
     const int rounds = asked == nullptr ? 5 : std::stoi(asked);
     std::mt19937 random(std::random_device{}());

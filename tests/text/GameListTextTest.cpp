@@ -93,7 +93,7 @@ TEST(GameListText, BrokenJsonGivesWhatStoodBefore) {
 TEST(GameListText, DeepNestingIsCutOff) {
     for (const char* opening : {"[", "{\"x\":"}) {
         std::string text = R"({"a":1,"deep":)";
-        while (text.size() < 1024 * 1024)
+        while (text.size() < size_t{1024} * 1024)
             text += opening;
         const Parsed list(text);
         EXPECT_THAT(list.map, ElementsAre(Pair("a", 1)));

@@ -16,6 +16,9 @@ class ListCache;
 // One object a process (getInstance()). Thread-safe; a look-up reads the file only when it changed.
 class ListServiceUtils : public Singleton<ListServiceUtils> {
 public:
+    ListServiceUtils(const ListServiceUtils&) = delete;
+    ListServiceUtils& operator=(const ListServiceUtils&) = delete;
+
     // Copies the value of `key` in the list `listName` into value[0..valueSize-1], with a
     // terminating zero, and returns non-zero. Returns 0 when there is no such key or list, when
     // the list's name is not made of letters, digits, '-', '_' and '.' or begins with '.', and when

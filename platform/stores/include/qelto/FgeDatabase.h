@@ -20,6 +20,8 @@ class FgeDatabase : public RefBase {
 public:
     // `path` is the device's path of the database file.
     explicit FgeDatabase(const std::string& path);
+    FgeDatabase(const FgeDatabase&) = delete;
+    FgeDatabase& operator=(const FgeDatabase&) = delete;
 
     // The user whose switches the calls below read and write. May be assigned from any thread; a
     // call takes the value it finds when it begins.

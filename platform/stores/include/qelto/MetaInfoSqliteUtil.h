@@ -36,6 +36,8 @@ public:
     // is recorded in the file. User 0 and `device` are current at first.
     MetaInfoSqliteUtil(const std::string& path, const std::string& table, int sceneBound,
                        float layoutVersion, int device);
+    MetaInfoSqliteUtil(const MetaInfoSqliteUtil&) = delete;
+    MetaInfoSqliteUtil& operator=(const MetaInfoSqliteUtil&) = delete;
 
     meta_devices_t getCurrentDevice() const EXCLUDES(mLock);
     void setCurrentDevice(meta_devices_t device) EXCLUDES(mLock);

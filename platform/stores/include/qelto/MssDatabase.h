@@ -17,6 +17,8 @@ class MssDatabase : public RefBase {
 public:
     // `path` is the device's path of the database file. User 0 is current at first.
     explicit MssDatabase(const std::string& path);
+    MssDatabase(const MssDatabase&) = delete;
+    MssDatabase& operator=(const MssDatabase&) = delete;
 
     // The sound-widen mode of the current user, 0 when none was ever stored.
     int32_t getSoundWidenMode() EXCLUDES(mLock);
