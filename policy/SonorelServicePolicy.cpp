@@ -92,7 +92,7 @@ void addDevices(const std::set<String8>& devices, PolicyTables* tables) {
 std::shared_ptr<const PolicyTables> publish(std::unique_ptr<PolicyTables> tables,
                                             std::shared_ptr<const PolicyTables>* slot) {
     const std::shared_ptr<PolicyTables> next = std::move(tables);
-    const std::shared_ptr<const PolicyTables> published = next;
+    std::shared_ptr<const PolicyTables> published = next;
     std::shared_ptr<const PolicyTables> earlier = std::atomic_load(slot);
     do {
         if (earlier != nullptr) addDevices(earlier->mUnsupportDeviceSet, next.get());
@@ -103,7 +103,7 @@ std::shared_ptr<const PolicyTables> publish(std::unique_ptr<PolicyTables> tables
 // The first configuration folder's file that can be read, as a device path; "" when none can.
 std::string findMssConfiguration() {
     for (const std::string& directory : audio_get_configuration_paths()) {
-        const std::string path = directory + "/" + kMssConfigurationFile;
+        std::string path = directory + "/" + kMssConfigurationFile;
         if (access(mapDevicePath(path).c_str(), R_OK) == 0) return path;
     }
     return "";

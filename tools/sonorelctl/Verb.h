@@ -34,5 +34,7 @@ using AddVerb = void (*)(CLI::App& app, const Globals& globals, Action* outActio
 void addCallVerb(CLI::App& app, const Globals& globals, Action* outAction);
 void addListenVerb(CLI::App& app, const Globals& globals, Action* outAction);
 void addListVerb(CLI::App& app, const Globals& globals, Action* outAction);
+void addPolicyVerb(CLI::App& app, const Globals& globals, Action* outAction);
+void addSettingsVerb(CLI::App& app, const Globals& globals, Action* outAction);
 
 }  // namespace sonorel::ctl

@@ -7,7 +7,8 @@
 namespace sonorel::ctl {
 namespace {
 
-constexpr AddVerb kVerbs[] = {addCallVerb, addListenVerb, addListVerb};
+constexpr AddVerb kVerbs[] = {addCallVerb, addListenVerb, addListVerb, addPolicyVerb,
+                              addSettingsVerb};
 
 int run(int argc, char** argv) {
     // What goes wrong is told in one line of our own.

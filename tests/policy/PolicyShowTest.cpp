@@ -1,0 +1,85 @@
+// "sonorelctl policy show", as a process.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include "support/ChildProcess.h"
+#include "support/TempDir.h"
+
+namespace {
+
+using ::testing::HasSubstr;
+
+const std::string kSource = SONOREL_SOURCE_DIR;
+
+struct Outcome {
+    int code;
+    std::string output;
+    std::string errors;
+};
+
+Outcome show(const std::vector<std::string>& args, const std::string& runtimeDir = "") {
+    sonorel::test::ChildProcess::Options options;
+    options.program = std::string(SONOREL_BIN_DIR) + "/sonorelctl";
+    options.args = {"policy", "show"};
+    options.args.insert(options.args.end(), args.begin(), args.end());
+    if (!runtimeDir.empty()) options.env["SONOREL_RUNTIME_DIR"] = runtimeDir;
+    sonorel::test::ChildProcess child(options);
+    const auto status = child.wait();
+    return {status && status->exited ? status->code : -1, child.output(), child.errors()};
+}
+
+TEST(PolicyShow, ExamplePolicyAsJson) {
+    const Outcome outcome =
+            show({kSource + "/examples/device/system_ext/etc/Meta_Audio_Policy.xml", "--json"});
+    ASSERT_EQ(0, outcome.code) << outcome.errors;
+    const auto json = nlohmann::json::parse(outcome.output);
+    EXPECT_EQ("20240601", json["version"]);
+    EXPECT_EQ(14u, json["packages"].size());
+    EXPECT_EQ(0, json["packages"]["com.example.radio"]["scene"]);
+    EXPECT_EQ(true, json["packages"]["com.example.meet"]["voipApp"]);
+    EXPECT_EQ(13u, json["scenes"].size());
+    EXPECT_EQ(3u, json["processors"].size());
+    EXPECT_EQ(2u, json["detectors"].size());
+    EXPECT_EQ(4u, json["unsupportedDevices"].size());
+}
+
+TEST(PolicyShow, ExampleMssFileAsTable) {
+    const Outcome outcome =
+            show({kSource + "/examples/device/vendor/etc/Mss_Audio_Configurations.xml"});
+    ASSERT_EQ(0, outcome.code) << outcome.errors;
+    EXPECT_EQ(0u, outcome.output.find("mss (2)\n  KEY  mssScene  "));
+    EXPECT_THAT(outcome.output, HasSubstr("30,330,60,300,110,250,150,210"));
+    EXPECT_EQ("", outcome.errors) << "the example is without fault";
+}
+
+TEST(PolicyShow, WhatIsIgnoredIsTold) {
+    const Outcome outcome = show({kSource + "/tests/data/policy/mss.xml"});
+    EXPECT_EQ(0, outcome.code);
+    EXPECT_THAT(outcome.errors, HasSubstr("unknown parameter SPHERE_COLOUR is ignored"));
+}
+
+TEST(PolicyShow, UnusableFileEndsWithFileAndCause) {
+    const std::string folder = kSource + "/tests/data/policy/head/";
+    const std::pair<std::string, const char*> cases[] = {
+            {folder + "missing.xml", "No such file or directory"},
+            {folder, "not a regular file"},
+            {folder + "truncated.xml", "line 4: "},
+            {folder + "wrong-root.xml", "the root element is not filter-conf"},
+            {folder + "version-first.xml", "no version behind filter-name"},
+    };
+    for (const auto& [path, cause] : cases) {
+        const Outcome outcome = show({path});
+        EXPECT_EQ(2, outcome.code) << path;
+        EXPECT_EQ("", outcome.output) << path;
+        EXPECT_EQ(0u, outcome.errors.find("sonorelctl: " + path + ": " + cause)) << outcome.errors;
+    }
+}
+
+TEST(PolicyShow, WithoutAServiceTheCodeSaysSo) {
+    const sonorel::test::TempDir empty;
+    EXPECT_EQ(3, show({"--json"}, empty.path()).code);
+}
+
+}  // namespace
