@@ -6,6 +6,7 @@
 #include <utils/Errors.h>
 #include <utils/Mutex.h>
 
+#include <atomic>
 #include <deque>
 #include <memory>
 #include <vector>
@@ -57,6 +58,14 @@ public:
 
     FrameInput& input() { return mInput; }
 
+    /**
+     * The right to receive from an accepted connection: given up when the connection is armed in
+     * the pool's event set, taken by the first thread that wants to serve it. It also orders what
+     * one thread did with the input before what the next one does.
+     */
+    void yield() { mUnclaimed.store(true, std::memory_order_release); }
+    [[nodiscard]] bool claim() { return mUnclaimed.exchange(false, std::memory_order_acq_rel); }
+
     /** Only of an accepted ONE_WAY connection. */
     OneWayIntake& intake() { return *mIntake; }
     void setIntake(std::unique_ptr<OneWayIntake> intake) { mIntake = std::move(intake); }
@@ -100,6 +109,7 @@ private:
     ucred mCredentials = {};
     std::shared_ptr<Peer> mPeer;
     FrameInput mInput;
+    std::atomic<bool> mUnclaimed{false};
     std::unique_ptr<OneWayIntake> mIntake;
 
     mutable Mutex mOutputLock;

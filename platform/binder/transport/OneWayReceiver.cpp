@@ -23,48 +23,69 @@ bool isFull(const OneWayIntake& intake) {
 
 }  // namespace
 
-void OneWayReceiver::serve(const std::shared_ptr<Connection>& connection) {
+bool OneWayReceiver::receive(const std::shared_ptr<Connection>& connection, int flags,
+                             Arrivals* outArrivals) {
     FrameInput& input = connection->input();
-    const ssize_t got = input.receive(connection->fd(), MSG_DONTWAIT);
-    std::vector<LocalObjectPtr> ready;
-    FrameInput::Result result = FrameInput::Result::PARTIAL;
-    do {
+    const ssize_t got = input.receive(connection->fd(), flags);
+    FrameInput::Result result;
+    for (;;) {
         Frame frame;
         result = input.next(&frame);
-        if (result == FrameInput::Result::FRAME) takeIn(&frame, connection, &ready);
-    } while (result == FrameInput::Result::FRAME);
-    if (result == FrameInput::Result::BROKEN || got == -EPROTO) {
-        logNoFrame(*connection);
-        Transport::get().driver().drop(connection);
-    } else if (got <= 0 && got != -EAGAIN) {
-        Transport::get().driver().drop(connection);
-    } else {
-        resume(connection);  // before any call runs: other objects' calls must not wait for it
+        if (result != FrameInput::Result::FRAME) break;
+        takeIn(&frame, connection, outArrivals);
     }
-    for (size_t i = 1; i < ready.size(); ++i) {
-        Transport::get().pool().post([object = ready[i]] { run(object); });
+    const bool broken = result == FrameInput::Result::BROKEN || got == -EPROTO;
+    if (broken) logNoFrame(*connection);
+    if (broken || (got <= 0 && got != -EAGAIN)) {
+        Transport::get().driver().drop(connection);
+        return false;
     }
-    if (!ready.empty()) run(ready.front());
+    // Before any call runs: other objects' calls must not wait for it.
+    resume(*connection);
+    return true;
 }
 
-void OneWayReceiver::resume(const std::shared_ptr<Connection>& connection) {
-    OneWayIntake& intake = connection->intake();
+void OneWayReceiver::serve(const std::shared_ptr<Connection>& connection) {
+    ThreadPool& pool = Transport::get().pool();
+    int flags = MSG_DONTWAIT;
+    for (;;) {
+        Arrivals arrivals;
+        const bool goesOn = receive(connection, flags, &arrivals);
+        if (flags == 0) pool.endLinger();
+        for (const LocalObjectPtr& object : arrivals.others) {
+            pool.post([object] { runQueue(object); });
+        }
+        if (arrivals.object == nullptr) return;
+        run(arrivals.object, std::move(arrivals.call));
+        if (!goesOn || !pool.beginLinger()) return;
+        if (!pool.takeBack(*connection)) {
+            pool.endLinger();
+            return;
+        }
+        // Half a frame is not waited for, as its sender would hold the thread.
+        flags = connection->input().isEmpty() ? 0 : MSG_DONTWAIT;
+        if (flags != 0) pool.endLinger();
+    }
+}
+
+void OneWayReceiver::resume(Connection& connection) {
+    OneWayIntake& intake = connection.intake();
     if (isFull(intake)) {
         intake.paused = true;
         // finish() may have made room before it could see the mark.
         if (isFull(intake) || !intake.paused.exchange(false)) return;
     }
-    Transport::get().pool().rearm(*connection);
+    Transport::get().pool().rearm(connection);
 }
 
 void OneWayReceiver::takeIn(Frame* frame, const std::shared_ptr<Connection>& connection,
-                            std::vector<LocalObjectPtr>* outReady) {
+                            Arrivals* outArrivals) {
     const size_t bytes = frame->header.dataSize;
     connection->intake().pendingBytes += bytes;
     ++connection->intake().pendingCalls;
     OneWayCall call;
     const status_t status = acceptWithReceipt(frame, connection->peer(), &call.objects);
-    const LocalObjectPtr object = Transport::get().locals().find(frame->header.target);
+    LocalObjectPtr object = Transport::get().locals().find(frame->header.target);
     if (frame->header.type != FrameType::ONE_WAY || status != OK || object == nullptr) {
         ALOGD("A one-way call of process %d is dropped: %s", connection->pid(),
               object == nullptr ? "no such object" : "not deliverable");
@@ -74,42 +95,58 @@ void OneWayReceiver::takeIn(Frame* frame, const std::shared_ptr<Connection>& con
     call.frame = std::move(*frame);
     call.from = connection;
     Mutex::Autolock lock(object->queueLock);
-    object->queue.push_back(std::move(call));
-    if (object->running) return;
+    if (object->running) {
+        object->queue.push_back(std::move(call));
+        return;
+    }
     object->running = true;
-    outReady->push_back(object);
+    if (outArrivals->object == nullptr) {
+        outArrivals->object = std::move(object);
+        outArrivals->call = std::move(call);
+        return;
+    }
+    object->queue.push_back(std::move(call));
+    outArrivals->others.push_back(object);
 }
 
-void OneWayReceiver::run(const LocalObjectPtr& object) {
+void OneWayReceiver::runOne(LocalObject& object, OneWayCall call) {
+    const size_t bytes = call.frame.header.dataSize;
+    {
+        Parcel data;
+        if (fillParcel(call.frame, std::move(call.objects), &data) == OK) {
+            serveOneWay(*object.binder, call.frame.header, *call.from, data);
+        }
+    }
+    finish(*call.from, bytes);
+}
+
+void OneWayReceiver::run(const LocalObjectPtr& object, OneWayCall call) {
+    runOne(*object, std::move(call));
+    runQueue(object);
+}
+
+void OneWayReceiver::runQueue(const LocalObjectPtr& object) {
     for (int i = 0; i < kQuantum; ++i) {
         OneWayCall call;
+        bool idle = false;
         {
             Mutex::Autolock lock(object->queueLock);
-            if (object->queue.empty()) {
+            idle = object->queue.empty();
+            if (idle) {
                 object->running = false;
-                break;
-            }
-            call = std::move(object->queue.front());
-            object->queue.pop_front();
-        }
-        const size_t bytes = call.frame.header.dataSize;
-        {
-            Parcel data;
-            if (fillParcel(call.frame, std::move(call.objects), &data) == OK) {
-                serveOneWay(*object->binder, call.frame.header, *call.from, data);
+            } else {
+                call = std::move(object->queue.front());
+                object->queue.pop_front();
             }
         }
-        finish(*call.from, bytes);
-    }
-    {
-        Mutex::Autolock lock(object->queueLock);
-        if (object->running) {
-            Transport::get().pool().post([object] { run(object); });
+        if (idle) {
+            // Its last reference may end here, on this thread.
+            (void)Transport::get().locals().settle(*object);
             return;
         }
+        runOne(*object, std::move(call));
     }
-    (void)Transport::get().locals().settle(
-            *object);  // its last reference ends here, on this thread
+    Transport::get().pool().post([object] { runQueue(object); });
 }
 
 void OneWayReceiver::finish(Connection& connection, size_t bytes) {

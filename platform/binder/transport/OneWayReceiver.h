@@ -13,14 +13,25 @@ namespace android::transport {
  */
 class OneWayReceiver {
 public:
-    /** Serves a connection's event. Receives once, hands the connection back, then runs calls. */
+    /** Serves a connection from its event on. */
     static void serve(const std::shared_ptr<Connection>& connection);
 
 private:
+    /** What one receive brought: the first call that may run at once, and objects with more. */
+    struct Arrivals {
+        LocalObjectPtr object;
+        OneWayCall call;
+        std::vector<LocalObjectPtr> others;
+    };
+
+    [[nodiscard]] static bool receive(const std::shared_ptr<Connection>& connection, int flags,
+                                      Arrivals* outArrivals);
     static void takeIn(Frame* frame, const std::shared_ptr<Connection>& connection,
-                       std::vector<LocalObjectPtr>* outReady);
-    static void resume(const std::shared_ptr<Connection>& connection);
-    static void run(const LocalObjectPtr& object);
+                       Arrivals* outArrivals);
+    static void resume(Connection& connection);
+    static void run(const LocalObjectPtr& object, OneWayCall call);
+    static void runQueue(const LocalObjectPtr& object);
+    static void runOne(LocalObject& object, OneWayCall call);
     static void finish(Connection& connection, size_t bytes);
 };
 

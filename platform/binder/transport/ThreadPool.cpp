@@ -86,7 +86,8 @@ void ThreadPool::spawnIfNeeded() {
     if (mStarted && mSpawned < mMaxThreads && mIdle.load() <= 0) spawnLocked();
 }
 
-void ThreadPool::add(const Connection& connection) {
+void ThreadPool::add(Connection& connection) {
+    connection.yield();
     const timeval linger = {0, kLingerMicroseconds};
     (void)setsockopt(connection.fd(), SOL_SOCKET, SO_RCVTIMEO, &linger, sizeof(linger));
     epoll_event event = eventOf(connection);
@@ -95,11 +96,20 @@ void ThreadPool::add(const Connection& connection) {
     }
 }
 
-void ThreadPool::rearm(const Connection& connection) {
+void ThreadPool::rearm(Connection& connection) {
+    connection.yield();
     epoll_event event = eventOf(connection);
     if (epoll_ctl(mEvents.get(), EPOLL_CTL_MOD, connection.fd(), &event) != 0) {
         ALOGE("Cannot watch a connection: %s", strerror(errno));
     }
+}
+
+bool ThreadPool::takeBack(Connection& connection) {
+    if (!connection.claim()) return false;
+    epoll_event event = {};
+    event.data.u64 = connection.id();
+    // Were it still armed, each arrival would wake another thread in vain.
+    return epoll_ctl(mEvents.get(), EPOLL_CTL_MOD, connection.fd(), &event) == 0;
 }
 
 void ThreadPool::post(Task task) {
@@ -168,7 +178,8 @@ void ThreadPool::waitForWork() {
 
 void ThreadPool::serve(uint64_t id) {
     const std::shared_ptr<Connection> connection = Transport::get().connections().find(id);
-    if (connection == nullptr) return;  // dropped meanwhile
+    // Dropped meanwhile, or its thread has stayed with it after all.
+    if (connection == nullptr || !connection->claim()) return;
     if (connection->kind() == ConnectionKind::ONE_WAY) {
         OneWayReceiver::serve(connection);
     } else {

@@ -38,9 +38,15 @@ public:
     void setMaxThreads(size_t count) EXCLUDES(mLock);
 
     /** Starts to watch an accepted connection. */
-    void add(const Connection& connection);
+    void add(Connection& connection);
     /** Watches for the next event, of a connection whose last one has been dealt with. */
-    void rearm(const Connection& connection);
+    void rearm(Connection& connection);
+    /** Undoes rearm, unless another thread has the connection by now. */
+    [[nodiscard]] bool takeBack(Connection& connection);
+
+    /** True when the calling thread may stay with its connection; then endLinger ends the stay. */
+    [[nodiscard]] bool beginLinger();
+    void endLinger() { mLingering.fetch_sub(1, std::memory_order_relaxed); }
 
     using Task = std::function<void()>;
     /** Has a thread run the task; it waits until the process has one. */
@@ -56,8 +62,6 @@ private:
     [[nodiscard]] bool takeTask(Task* outTask) EXCLUDES(mLock);
     void spawnIfNeeded() EXCLUDES(mLock);
     void spawnLocked() REQUIRES(mLock);
-    [[nodiscard]] bool beginLinger();
-    void endLinger() { mLingering.fetch_sub(1, std::memory_order_relaxed); }
 
     const base::unique_fd mEvents;
     const base::unique_fd mTaskSignal;
