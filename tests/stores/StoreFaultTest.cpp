@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <charconv>
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
@@ -30,6 +31,13 @@ ChildProcess::Options writer(const std::vector<std::string>& args) {
     options.program = std::string(SONOREL_BIN_DIR) + "/store_writer";
     options.args = args;
     return options;
+}
+
+// -1 when the text begins with no number.
+int numberIn(const std::string& text) {
+    int number = -1;
+    (void)std::from_chars(text.data(), text.data() + text.size(), number);  // Then it stays -1.
+    return number;
 }
 
 TEST_F(StoreFault, PathThatCannotBeIsTriedAgainUntilItCan) {
@@ -171,7 +179,7 @@ TEST_F(StoreFault, FullDiskLosesOnlyNewWrites) {
 TEST_F(StoreFault, AcknowledgedWritesOutliveTheProcess) {
     // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing changes the environment
     const char* asked = getenv("SONOREL_KILL_ROUNDS");
-    const int rounds = asked == nullptr ? 5 : std::stoi(asked);
+    const int rounds = asked == nullptr ? 5 : numberIn(asked);
     std::mt19937 random(std::random_device{}());
     int next = 1;
     for (int round = 0; round < rounds; ++round) {
@@ -185,7 +193,9 @@ TEST_F(StoreFault, AcknowledgedWritesOutliveTheProcess) {
         // The last whole line: a number that all stores had acknowledged.
         const size_t end = output.rfind('\n');
         const size_t begin = output.rfind('\n', end - 1);
-        const int last = std::stoi(output.substr(begin == std::string::npos ? 0 : begin + 1));
+        const int last = numberIn(output.substr(begin == std::string::npos ? 0 : begin + 1));
+
+        ASSERT_GE(last, next);
 
         const LogCapture log(ANDROID_LOG_WARN);
         const int mode = openMss()->getSoundWidenMode();
