@@ -8,7 +8,7 @@ configure_and_build release
 if [ $# -gt 0 ]; then
     names=("$@")
 else
-    mapfile -t names < <(find build/release/bin -name '*_bench' -printf '%f\n' | sort)
+    mapfile -t names < <(find build/release/bin -name '*bench*' -printf '%f\n' | sort)
 fi
 [ ${#names[@]} -gt 0 ] || fail "no benchmarks were built"
 for name in "${names[@]}"; do

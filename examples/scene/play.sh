@@ -90,8 +90,10 @@ ui setMssEnable com.example.podcasts true
 ui setMssEnable com.example.karaoke true
 ui setMssTracksGain com.example.karaoke 1.0,0.25,0.5,1.0
 
-act "The renderer restarts and gets everything again, gains included"
-stop "$renderer"
+act "The renderer crashes; the one that comes back gets everything again, gains included"
+kill -KILL "$renderer"
+wait "$renderer" 2>/dev/null || true
+sleep 0.2  # the service learns of a death within milliseconds
 start renderer2 "registered as client 1" example_renderer --id 1 --name renderer
 
 act "A game gets its low-latency effect"

@@ -11,8 +11,9 @@
 #include <string>
 #include <vector>
 
-#include "Json.h"
-#include "Verb.h"
+#include "sonorelctl/Connection.h"
+#include "sonorelctl/Json.h"
+#include "sonorelctl/Verb.h"
 
 namespace sonorel::ctl {
 namespace {
@@ -27,11 +28,6 @@ struct FinalizeStatement {
 };
 using Database = std::unique_ptr<sqlite3, CloseDatabase>;
 using Statement = std::unique_ptr<sqlite3_stmt, FinalizeStatement>;
-
-int fail(const std::string& path, const char* reason) {
-    (void)std::fprintf(stderr, "sonorelctl: %s: %s\n", path.c_str(), reason);
-    return kExitUsage;
-}
 
 bool hasTable(sqlite3* database, const char* table) {
     sqlite3_stmt* raw = nullptr;
@@ -56,7 +52,7 @@ bool forEachRow(sqlite3* database, const std::string& path, const char* table, c
         if (result == SQLITE_ROW) onRow(statement.get());
     }
     if (result == SQLITE_DONE) return true;
-    (void)fail(path, sqlite3_errmsg(database));
+    (void)fail(kExitUsage, path + ": " + sqlite3_errmsg(database));
     return false;
 }
 
@@ -154,7 +150,8 @@ int showSettings(const std::string& root, bool json) {
     const int opened = sqlite3_open_v2(path.c_str(), &raw, SQLITE_OPEN_READONLY, nullptr);
     const Database database(raw);
     if (opened != SQLITE_OK)
-        return fail(path, raw == nullptr ? "out of memory" : sqlite3_errmsg(raw));
+        return fail(kExitUsage,
+                    path + ": " + (raw == nullptr ? "out of memory" : sqlite3_errmsg(raw)));
     std::map<int, Json> users;
     if (!readSettings(database.get(), path, &users)) return kExitUsage;
     if (json) {

@@ -7,6 +7,8 @@
 namespace sonorel::ctl {
 namespace {
 
+constexpr double kMaxTimeoutSeconds = 1e6;
+
 constexpr AddVerb kVerbs[] = {addCallVerb, addListenVerb, addListVerb, addPolicyVerb,
                               addSettingsVerb};
 
@@ -21,9 +23,10 @@ int run(int argc, char** argv) {
     app.require_subcommand(1);
     app.fallthrough();
     app.add_option("--timeout", globals.timeoutSeconds,
-                   "How long the service may take to answer; 0 for ever")
+                   "How long the service may take to answer; 0 for ever. What was asked of it "
+                   "is not taken back")
             ->type_name("SEC")
-            ->check(CLI::NonNegativeNumber)
+            ->check(CLI::Range(0.0, kMaxTimeoutSeconds))
             ->capture_default_str();
     app.footer(
             "Exit codes: 0 ok, 1 the service answered an error, 2 usage, 3 no service manager or "
