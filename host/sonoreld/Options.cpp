@@ -10,7 +10,10 @@ namespace fs = std::filesystem;
 
 // Paths on the command line are meant from where the program was started, not from the root.
 std::string absolute(const std::string& path) {
-    return path.empty() ? path : fs::absolute(path).lexically_normal().string();
+    if (path.empty()) return path;
+    std::error_code error;
+    const fs::path whole = fs::absolute(path, error);
+    return error ? path : whole.lexically_normal().string();
 }
 
 std::string realDirectory(const std::string& path) {

@@ -89,6 +89,8 @@ int run(int argc, char** argv) {
         (void)fprintf(stderr, "sonoreld: %s\n", error.c_str());
         return kExitFailure;
     }
+    // Whoever read our output may go; the service stays.
+    signal(SIGPIPE, SIG_IGN);
     startSignalThread();
     if (!setProperties(options, &error) || !startService(options, &error)) {
         (void)fprintf(stderr, "sonoreld: %s\n", error.c_str());

@@ -221,7 +221,8 @@ TEST_F(Programs, CtlRefusesWhatMakesNoSense) {
                                               {"listen"},
                                               {"listen", "--id", "128"},
                                               {"listen", "--id", "1", "--answer", "colour=1"},
-                                              {"--timeout", "-1", "list"}}) {
+                                              {"--timeout", "-1", "list"},
+                                              {"listen", "--id", "1", "--delay", "-1"}}) {
         const Ended ended = ctl(args);
         EXPECT_EQ(2, ended.code) << ::testing::PrintToString(args) << ended.errors;
         EXPECT_NE("", ended.errors) << ::testing::PrintToString(args);
@@ -254,6 +255,12 @@ TEST_F(Programs, CallersOfOtherUidsNeedAGrant) {
     EXPECT_EQ("{\"return\":7}\n", ctl(call, kAudioServer).output);
     mRoot.write("data/system/permission.grants", "com.qelto.permission.safe.MEDIA 54321\n");
     EXPECT_EQ("{\"return\":7}\n", ctl(call, kStranger).output);
+
+    // Nor may a stranger publish a service of the name.
+    const Ended other = run("sonoreld", {"--root", mRoot.path()}, kStranger);
+    EXPECT_EQ(1, other.code);
+    EXPECT_NE(std::string::npos, other.errors.find("kept the SonorelService of another process"))
+            << other.errors;
 }
 
 }  // namespace
