@@ -33,6 +33,8 @@ using qelto::halvend::BnHalvendClient;
 using qelto::halvend::CallbackData;
 using qelto::halvend::ISonorelService;
 
+constexpr int64_t kMaxDelayMs = int64_t{24} * 3600 * 1000;
+
 struct ListenOptions {
     int id = 0;
     std::vector<std::string> fields;
@@ -205,7 +207,7 @@ void addListenVerb(CLI::App& app, const Globals& globals, Action* outAction) {
             ->allow_extra_args(false);
     verb->add_option("--delay", options->delayMs, "Wait before each answer")
             ->type_name("MS")
-            ->check(CLI::NonNegativeNumber);
+            ->check(CLI::Range(int64_t{0}, kMaxDelayMs));
     verb->add_option("--count", options->count, "Leave after this many events")->type_name("N");
     verb->footer(
             "Says 'listening as client ID' on stderr once it is registered. Leaves, and "
