@@ -2,6 +2,7 @@
 #include <signal.h>
 
 #include <atomic>
+#include <filesystem>
 #include <numeric>
 #include <thread>
 
@@ -30,6 +31,19 @@ OneWayCounters countersOf(const TestPeer& peer) {
     return eventually([&] {
         const OneWayCounters now = countersOf(peer);
         return now.delivered == now.sent;
+    });
+}
+
+// A stop takes effect on each thread by itself, some time after the signal.
+[[nodiscard]] bool stopAndWait(ChildProcess& process) {
+    process.kill(SIGSTOP);
+    const std::filesystem::path tasks = "/proc/" + std::to_string(process.pid()) + "/task";
+    return eventually([&] {
+        for (const auto& task : std::filesystem::directory_iterator(tasks)) {
+            const std::string stat = readFile((task.path() / "stat").string());
+            if (stat.compare(stat.rfind(')') + 1, 3, " T ") != 0) return false;
+        }
+        return true;
     });
 }
 
@@ -106,7 +120,7 @@ TEST(OneWay, AStoppedReceiverCostsOnlyItself) {
     const LogCapture log;
     ASSERT_EQ(OK, callNote(stopped.node(), 0));
     ASSERT_TRUE(waitUntilDelivered(stopped));
-    stopped.process().kill(SIGSTOP);
+    ASSERT_TRUE(stopAndWait(stopped.process()));
     int accepted = 0;
     while (callNote(stopped.node(), accepted) == OK)
         ++accepted;
