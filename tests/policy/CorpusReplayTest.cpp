@@ -25,11 +25,11 @@ void replay(const std::string& corpus, Feed feed) {
 }
 
 TEST(CorpusReplay, MetaPolicy) {
-    replay("meta", sonorel::fuzz::feedMetaPolicy);
+    replay("meta_policy_fuzzer", sonorel::fuzz::feedMetaPolicy);
 }
 
 TEST(CorpusReplay, MssConfiguration) {
-    replay("mss", sonorel::fuzz::feedMssConfiguration);
+    replay("mss_configuration_fuzzer", sonorel::fuzz::feedMssConfiguration);
 }
 
 }  // namespace

@@ -36,8 +36,8 @@ std::string device(const std::string& name) {
 
 class PolicyService : public sonorel::test::ServiceTest {
 protected:
-    void system(const std::string& text) { (void)mRoot.write(kSystemCopy, text); }
-    void online(const std::string& text) { (void)mRoot.write(kOnlineCopy, text); }
+    void systemCopy(const std::string& text) { (void)mRoot.write(kSystemCopy, text); }
+    void onlineCopy(const std::string& text) { (void)mRoot.write(kOnlineCopy, text); }
     void remove(const std::string& file) { std::filesystem::remove_all(mRoot.path(file)); }
 
     // The lines of one method, as "D text", since the last call.
@@ -116,8 +116,8 @@ TEST_F(PolicyService, NewerCopyIsLoadedAndATieGoesToTheSystemCopy) {
 }
 
 TEST_F(PolicyService, StartLogsTheChoiceOfANewerOnlineCopy) {
-    online(policy("20250101", "<MetaAudioSceParam><SceTyp>3</SceTyp></MetaAudioSceParam>"));
-    system(policy("20240101", ""));
+    onlineCopy(policy("20250101", "<MetaAudioSceParam><SceTyp>3</SceTyp></MetaAudioSceParam>"));
+    systemCopy(policy("20240101", ""));
     start();
     const auto lines = takeLines({"isNeedUpdateMetaPolicyXML", "loadMetaAudioXml"});
     ASSERT_EQ(11u, lines.size());
@@ -162,8 +162,8 @@ TEST_F(PolicyService, EachFaultOfACopyHasItsLine) {
     };
     start();
     for (const auto& [file, line] : cases) {
-        online(sonorel::test::readFile(std::string(SONOREL_SOURCE_DIR) +
-                                       "/tests/data/policy/head/" + file + ".xml"));
+        onlineCopy(sonorel::test::readFile(std::string(SONOREL_SOURCE_DIR) +
+                                           "/tests/data/policy/head/" + file + ".xml"));
         (void)takeLines({});
         EXPECT_FALSE(update()) << file;
         EXPECT_EQ(line, takeLines({"isNeedUpdateMetaPolicyXML"}).back()) << file;
@@ -178,7 +178,7 @@ TEST_F(PolicyService, FolderInPlaceOfAFileIsNoCopy) {
 }
 
 TEST_F(PolicyService, FailedUpdateKeepsTheTablesAndDisarmsTheNextLoad) {
-    system(policy("20240601", package("system")));
+    systemCopy(policy("20240601", package("system")));
     start();
     (void)takeLines({});
     EXPECT_FALSE(update());
@@ -195,26 +195,26 @@ TEST_F(PolicyService, FailedUpdateKeepsTheTablesAndDisarmsTheNextLoad) {
 }
 
 TEST_F(PolicyService, EqualOnlineVersionReloads) {
-    system(policy("20240601", package("system")));
+    systemCopy(policy("20240601", package("system")));
     start();
-    online(policy("20240601", package("online")));
+    onlineCopy(policy("20240601", package("online")));
     EXPECT_TRUE(update());
     EXPECT_TRUE(isListed("online"));
     EXPECT_FALSE(isListed("system")) << "a load replaces what was there";
     EXPECT_TRUE(update());
-    online(policy("20240531", package("older")));
+    onlineCopy(policy("20240531", package("older")));
     EXPECT_FALSE(update());
     EXPECT_TRUE(isListed("online"));
 }
 
 TEST_F(PolicyService, LoadAfterACompletedOneReadsTheSystemCopyUnlessItIsOlder) {
-    system(policy("20240601", package("first")));
+    systemCopy(policy("20240601", package("first")));
     start();
-    system(policy("20240601", package("second")));
+    systemCopy(policy("20240601", package("second")));
     mService->loadMetaAudioXml();
     EXPECT_TRUE(isListed("second"));
 
-    online(policy("20250101", package("online")));
+    onlineCopy(policy("20250101", package("online")));
     EXPECT_TRUE(update());
     (void)takeLines({});
     mService->loadMetaAudioXml();
@@ -224,9 +224,9 @@ TEST_F(PolicyService, LoadAfterACompletedOneReadsTheSystemCopyUnlessItIsOlder) {
 }
 
 TEST_F(PolicyService, FailedSystemCheckDoesNotUndoAnAcceptedOnlineCopy) {
-    system(policy("20240601", ""));
+    systemCopy(policy("20240601", ""));
     start();
-    online(policy("20250101", package("online")));
+    onlineCopy(policy("20250101", package("online")));
     EXPECT_TRUE(mService->isNeedUpdateMetaPolicyXML(true));
     EXPECT_FALSE(mService->isNeedUpdateMetaPolicyXML(false));
     mService->loadMetaAudioXml();
@@ -234,13 +234,13 @@ TEST_F(PolicyService, FailedSystemCheckDoesNotUndoAnAcceptedOnlineCopy) {
 }
 
 TEST_F(PolicyService, VersionCountsFromTheCheckAndALoadThatFailsKeepsTheTables) {
-    system(policy("20240601", package("system")));
+    systemCopy(policy("20240601", package("system")));
     start();
     for (const char* unusable : {"", kBroken, "<filter-conf/>"}) {
         SCOPED_TRACE(unusable);
-        system(policy("20240601", ""));
+        systemCopy(policy("20240601", ""));
         ASSERT_TRUE(mService->isNeedUpdateMetaPolicyXML(false));
-        system(unusable);
+        systemCopy(unusable);
         (void)takeLines({});
         mService->loadMetaAudioXml();
         EXPECT_THAT(takeLines({"loadMetaAudioXml"}),
@@ -251,16 +251,16 @@ TEST_F(PolicyService, VersionCountsFromTheCheckAndALoadThatFailsKeepsTheTables) 
         EXPECT_THAT(takeLines({"loadMetaAudioXml"}),
                     ElementsAre("E loadMetaAudioXml:meta audio policy file need not to update"));
     }
-    system(policy("20260101", ""));
+    systemCopy(policy("20260101", ""));
     ASSERT_TRUE(mService->isNeedUpdateMetaPolicyXML(false));
-    online(policy("20250101", ""));
+    onlineCopy(policy("20250101", ""));
     EXPECT_FALSE(update()) << "the version of a copy that was never loaded is held";
 }
 
 TEST_F(PolicyService, DeviceNamesOnlyGrow) {
-    system(policy("1", device("first")));
+    systemCopy(policy("1", device("first")));
     start();
-    online(policy("2", device("second")));
+    onlineCopy(policy("2", device("second")));
     EXPECT_TRUE(isUnsupported("first"));
     EXPECT_FALSE(isUnsupported("second"));
     ASSERT_TRUE(update());
@@ -288,11 +288,11 @@ TEST_F(PolicyService, BeforeAnyLoadEveryTextIsEmpty) {
 }
 
 TEST_F(PolicyService, QueriesLogTheirTextAndTheOneInProcessDoesNot) {
-    system(policy("1",
-                  package("com.example.a") +
-                          "<MetaAudioSceParam><SceTyp>3</SceTyp></MetaAudioSceParam>"
-                          "<DynamicProcessorParamItem><name>p</name></DynamicProcessorParamItem>"
-                          "<AudioDetectorParamItem><name>d</name></AudioDetectorParamItem>"));
+    systemCopy(policy(
+            "1", package("com.example.a") +
+                         "<MetaAudioSceParam><SceTyp>3</SceTyp></MetaAudioSceParam>"
+                         "<DynamicProcessorParamItem><name>p</name></DynamicProcessorParamItem>"
+                         "<AudioDetectorParamItem><name>d</name></AudioDetectorParamItem>"));
     (void)mRoot.write(std::string("odm/etc/") + kMssFile, "<a><param s='sphere'/></a>");
     start();
     using Query = android::binder::Status (android::SonorelService::*)(std::string*);
