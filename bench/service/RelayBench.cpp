@@ -17,6 +17,30 @@ namespace {
 
 using test::TempDir;
 
+std::string number(int value) {
+    return std::to_string(value);
+}
+
+// The processes of the raw ways: for each, a relay and a renderer, connected.
+class RawWays {
+public:
+    RawWays(const TempDir& folder, const std::string& times) {
+        for (const auto way : {SampleTimes::kRaw, SampleTimes::kRawAnswered}) {
+            const std::string last = folder.path("renderer" + number(way));
+            mPaths.push_back(folder.path("relay" + number(way)));
+            mChildren.push_back(startRole({"raw-renderer", times, number(way), last}));
+            std::vector<std::string> relay = {"raw-relay", mPaths.back(), last};
+            if (way == SampleTimes::kRawAnswered) relay.emplace_back("answer");
+            mChildren.push_back(startRole(relay));
+        }
+    }
+    const std::string& path(SampleTimes::Way way) const { return mPaths[way]; }
+
+private:
+    std::vector<std::string> mPaths;
+    std::vector<std::unique_ptr<test::ChildProcess>> mChildren;
+};
+
 // Six floats at 1 kHz, tracker to service to renderer, in turns with the same two hops over raw
 // stream sockets. range(0): all on one core.
 void relayAtOneKilohertz(benchmark::State& state) {
@@ -25,30 +49,31 @@ void relayAtOneKilohertz(benchmark::State& state) {
         const OneCore core(state.range(0) != 0);
         const TempDir folder;
         const std::string times = folder.path("times");
-        const std::string hop1 = folder.path("hop1");
-        const std::string hop2 = folder.path("hop2");
         SampleTimes samples(times);
         const ServiceRun run;
         const auto renderer = startRole({"renderer", times});
-        const auto rawRenderer = startRole({"raw-renderer", times, hop2});
-        const auto rawRelay = startRole({"raw-relay", hop1, hop2});
-        test::ChildProcess tracker(role({"tracker", times, hop1, std::to_string(kSamples)}));
+        const RawWays raw(folder, times);
+        test::ChildProcess tracker(role({"tracker", times, raw.path(SampleTimes::kRaw),
+                                         raw.path(SampleTimes::kRawAnswered), number(kSamples)}));
         require(tracker.waitForLine("done", std::chrono::minutes(2)), tracker.errors());
-        require(test::eventually([&] {
-                    return samples.count(SampleTimes::kService) == kSamples &&
-                           samples.count(SampleTimes::kRaw) == kSamples;
-                }),
-                "samples were lost");
-        require(samples.outOfOrder(SampleTimes::kService) == 0, "samples out of order");
-
-        const auto raw = samples.delays(SampleTimes::kRaw, kSamples);
-        const auto service = samples.delays(SampleTimes::kService, kSamples);
+        for (int way = 0; way < SampleTimes::kWays; ++way) {
+            const auto which = static_cast<SampleTimes::Way>(way);
+            require(test::eventually([&] { return samples.count(which) == kSamples; }),
+                    "samples were lost");
+            require(samples.outOfOrder(which) == 0, "samples out of order");
+        }
         for (const auto& [name, share] : {std::pair{"p50", 0.5}, std::pair{"p99", 0.99}}) {
-            const double rawTime = micros(percentile(raw, share));
-            const double serviceTime = micros(percentile(service, share));
-            state.counters[std::string("raw_us_") + name] = rawTime;
-            state.counters[std::string("service_us_") + name] = serviceTime;
-            state.counters[std::string("ratio_") + name] = serviceTime / rawTime;
+            const auto time = [&, at = share](SampleTimes::Way way) {
+                return micros(percentile(samples.delays(way, kSamples), at));
+            };
+            const std::string suffix = std::string("_") + name;
+            state.counters["raw_us" + suffix] = time(SampleTimes::kRaw);
+            state.counters["raw_answered_us" + suffix] = time(SampleTimes::kRawAnswered);
+            state.counters["service_us" + suffix] = time(SampleTimes::kService);
+            state.counters["ratio" + suffix] =
+                    time(SampleTimes::kService) / time(SampleTimes::kRaw);
+            state.counters["ratio_answered" + suffix] =
+                    time(SampleTimes::kService) / time(SampleTimes::kRawAnswered);
         }
     }
 }

@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <iostream>
 #include <map>
 
@@ -184,44 +185,68 @@ bool receiveRaw(int from, HeadData* outData) {
     return recv(from, outData->data(), sizeof(*outData), MSG_WAITALL) == sizeof(*outData);
 }
 
+// As much as the head and the status of a reply.
+using Answer = std::array<char, 56>;
+
+void sendAnswer(int to) {
+    const Answer answer{};
+    if (send(to, answer.data(), sizeof(answer), MSG_NOSIGNAL) != sizeof(answer)) die("send");
+}
+
+void receiveAnswer(int from) {
+    Answer answer{};
+    if (recv(from, answer.data(), sizeof(answer), MSG_WAITALL) != sizeof(answer)) die("recv");
+}
+
 int runRawRenderer(const Args& args) {
     SampleTimes times(args.at(1));
-    const int from = acceptOne(args.at(2));
+    const auto way = static_cast<SampleTimes::Way>(std::stoi(args.at(2)));
+    const int from = acceptOne(args.at(3));
     HeadData data{};
     while (receiveRaw(from, &data))
-        times.received(SampleTimes::kRaw, static_cast<uint32_t>(data[0]));
+        times.received(way, static_cast<uint32_t>(data[0]));
     return 0;
 }
 
 int runRawRelay(const Args& args) {
     const int to = connectTo(args.at(2));
     const int from = acceptOne(args.at(1));
+    const bool answers = args.size() > 3;
     HeadData data{};
-    while (receiveRaw(from, &data))
+    while (receiveRaw(from, &data)) {
         sendRaw(to, data);
+        if (answers) sendAnswer(from);
+    }
     return 0;
 }
 
 int runTracker(const Args& args) {
     SampleTimes times(args.at(1));
-    const int raw = connectTo(args.at(2));
-    const auto samples = static_cast<uint32_t>(std::stoul(args.at(3)));
+    const int plain = connectTo(args.at(2));
+    const int answered = connectTo(args.at(3));
+    const auto samples = static_cast<uint32_t>(std::stoul(args.at(4)));
     const sp<ISonorelService> service = test::connectToService();
     if (service == nullptr) return kFailure;
-    constexpr uint32_t kTurn = 50;  // so that both ways meet the same neighbours
+    const std::array<std::function<void(const HeadData&)>, SampleTimes::kWays> ways = {
+            [&](const HeadData& data) { sendRaw(plain, data); },
+            [&](const HeadData& data) {
+                sendRaw(answered, data);
+                receiveAnswer(answered);
+            },
+            [&](const HeadData& data) {
+                const std::vector<float> floats(data.begin(), data.end());
+                if (!service->sendHeadToStageData(floats).isOk()) die("sendHeadToStageData");
+            }};
+    constexpr uint32_t kTurn = 50;  // so that the ways meet the same neighbours
     int64_t next = now() + kMillisecond;
     for (uint32_t turn = 0; turn < samples; turn += kTurn) {
-        for (uint32_t sample = turn; sample < turn + kTurn; ++sample, next += kMillisecond) {
-            sleepUntil(next);
-            times.sent(SampleTimes::kRaw, sample);
-            sendRaw(raw, headData(sample));
-        }
-        for (uint32_t sample = turn; sample < turn + kTurn; ++sample, next += kMillisecond) {
-            sleepUntil(next);
-            const HeadData data = headData(sample);
-            const std::vector<float> floats(data.begin(), data.end());
-            times.sent(SampleTimes::kService, sample);
-            if (!service->sendHeadToStageData(floats).isOk()) return kFailure;
+        for (const auto way :
+             {SampleTimes::kRaw, SampleTimes::kRawAnswered, SampleTimes::kService}) {
+            for (uint32_t sample = turn; sample < turn + kTurn; ++sample, next += kMillisecond) {
+                sleepUntil(next);
+                times.sent(way, sample);
+                ways[way](headData(sample));
+            }
         }
     }
     say("done");

@@ -16,9 +16,10 @@ namespace sonorel::bench {
 //   renderer TIMES            client 1: notes when head data comes; answers "playing"
 //   thinker ID MS             a client that takes MS to answer a two-way event
 //   ticker                    client 3: keeps the times of the ticks; a line of stdin prints them
-//   raw-renderer TIMES PATH   reads head data from the socket PATH
-//   raw-relay FROM TO         passes head data on from one socket to another
-//   tracker TIMES PATH N      N samples at 1 kHz each way, the ways in turns; PATH is the raw relay
+//   raw-renderer TIMES WAY PATH  reads head data from the socket PATH
+//   raw-relay FROM TO [answer]   passes head data on from one socket to another
+//   tracker TIMES PLAIN ANSWERED N   N samples at 1 kHz each way, the ways in turns; the paths are
+//                             those of two raw relays
 //   flood N                   N samples through the service as fast as they go
 //
 // Returns the exit code.

@@ -72,10 +72,10 @@ OneCore::~OneCore() {
 
 struct SampleTimes::Shared {
     // [way][sent, received]
-    std::array<std::array<std::array<std::atomic<int64_t>, kSamples>, 2>, 2> times;
-    std::array<std::atomic<uint64_t>, 2> count;
-    std::array<std::atomic<uint64_t>, 2> outOfOrder;
-    std::array<std::atomic<uint32_t>, 2> next;
+    std::array<std::array<std::array<std::atomic<int64_t>, kSamples>, 2>, kWays> times;
+    std::array<std::atomic<uint64_t>, kWays> count;
+    std::array<std::atomic<uint64_t>, kWays> outOfOrder;
+    std::array<std::atomic<uint32_t>, kWays> next;
 };
 
 SampleTimes::SampleTimes(const std::string& path) {

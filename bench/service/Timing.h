@@ -36,7 +36,9 @@ private:
 class SampleTimes {
 public:
     static constexpr uint32_t kSamples = 1 << 18;
-    enum Way { kRaw, kService };
+    // One-way over raw sockets; the same where the relay answers each sample, as the service must
+    // answer a call; through the service.
+    enum Way { kRaw, kRawAnswered, kService, kWays };
 
     // A file that every process of the measurement names.
     explicit SampleTimes(const std::string& path);

@@ -28,8 +28,8 @@ protected:
         if (::geteuid() != 0) GTEST_SKIP() << "only root can start callers under other uids";
         ASSERT_NO_FATAL_FAILURE(start(speakerProduct()));
         mRenderer = addClient(IHalvendClient::CLIENT_ID_META_AUDIO);
-        // What registering pushes comes first.
-        ASSERT_TRUE(mRenderer->waitFor(IHalvendClient::CB_SET_SP_MODE));
+        // The last of what registering pushes.
+        ASSERT_TRUE(mRenderer->waitFor(IHalvendClient::CB_SET_MSS_RENDER_MODE));
         mRenderer->clear();
     }
 

@@ -3,6 +3,7 @@
 #include <signal.h>
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <thread>
@@ -42,8 +43,9 @@ protected:
         if (mDaemon != nullptr) stop();
     }
 
-    void start(const std::vector<std::string>& args = {}) {
-        mDaemon = std::make_unique<ServiceProcess>(mRoot, args);
+    void start(const std::vector<std::string>& args = {},
+               const std::map<std::string, std::string>& environment = {}) {
+        mDaemon = std::make_unique<ServiceProcess>(mRoot, args, environment);
         ASSERT_TRUE(mDaemon->waitUntilReady()) << mDaemon->process().errors();
         mService = connectToService();
         ASSERT_NE(nullptr, mService);

@@ -38,12 +38,13 @@ const char kPolicy[] = R"(<?xml version="1.0" encoding="utf-8"?>
 )";
 
 ChildProcess::Options serviceOptions(const DeviceRoot& root, const std::vector<std::string>& args,
-                                     const std::string& runtime) {
+                                     const std::map<std::string, std::string>& environment) {
     ChildProcess::Options options;
     options.program = std::string(SONOREL_BIN_DIR) + "/sonoreld";
     options.args = {"--root", root.path()};
     options.args.insert(options.args.end(), args.begin(), args.end());
-    options.env["SONOREL_RUNTIME_DIR"] = runtime.empty() ? runtimeFolder() : runtime;
+    options.env = environment;
+    options.env["SONOREL_RUNTIME_DIR"] = runtimeFolder();
     return options;
 }
 
@@ -99,8 +100,8 @@ size_t DeviceRoot::damagedDatabases() const {
 }
 
 ServiceProcess::ServiceProcess(const DeviceRoot& root, const std::vector<std::string>& args,
-                               const std::string& runtime)
-        : mProcess(serviceOptions(root, args, runtime)) {}
+                               const std::map<std::string, std::string>& environment)
+        : mProcess(serviceOptions(root, args, environment)) {}
 
 sp<ISonorelService> connectToService() {
     android::ProcessState::self()->startThreadPool();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -41,9 +42,9 @@ const std::vector<std::string>& speakerProduct();
 // sonoreld as a child process.
 class ServiceProcess {
 public:
-    // `args` beside --root. A non-empty `runtime` is another meeting place than runtimeFolder().
+    // `args` come after --root, `environment` beside the runtime folder.
     explicit ServiceProcess(const DeviceRoot& root, const std::vector<std::string>& args = {},
-                            const std::string& runtime = "");
+                            const std::map<std::string, std::string>& environment = {});
 
     // Waits until clients can call; false when the process ended or said nothing.
     [[nodiscard]] bool waitUntilReady() { return mProcess.waitForOutput("SonorelService ready\n"); }

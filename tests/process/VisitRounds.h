@@ -1,5 +1,7 @@
 #pragma once
 
+#include <optional>
+
 #include "process/ProcessTest.h"
 
 namespace sonorel::test {
@@ -8,14 +10,14 @@ namespace sonorel::test {
 // service holds for a client must be gone with it.
 class VisitRounds : public ProcessTest {
 protected:
-    // The first of the rounds shows what a quiet service holds after one crowd has been; the last
-    // must not show more.
-    void run(int rounds, int clients);
+    // A first quarter of the rounds warms up; after the rest the service must hold no more than it
+    // did then. Its heap is asked only where a growth, in bytes, is named: that needs a preloaded
+    // library, which a sanitizer's build does not bear.
+    void run(int rounds, int clients, std::optional<long> toleratedHeapGrowth = std::nullopt);
 
 private:
     void runRound(int clients);
-    // The figures once every descriptor of the crowd is closed.
-    ProcessFigures settledFigures();
+    long heapInUse();
 
     long mQuietDescriptors = 0;
 };
