@@ -8,6 +8,7 @@
 #include <sys/epoll.h>
 #include <sys/socket.h>
 
+#include "ErrorText.h"
 #include "FlakeDelay.h"
 #include "Transport.h"
 
@@ -21,7 +22,7 @@ void Acceptor::listen(unique_fd socket) {
     event.events = EPOLLIN;
     event.data.u64 = kListenId;
     if (epoll_ctl(mEvents, EPOLL_CTL_ADD, mSocket.get(), &event) != 0) {
-        ALOGE("Cannot watch the listening socket: %s", strerror(errno));
+        ALOGE("Cannot watch the listening socket: %s", errorText(errno).c_str());
     }
 }
 
@@ -30,7 +31,7 @@ void Acceptor::setListening(bool on) {
     event.events = on ? uint32_t{EPOLLIN} : 0;
     event.data.u64 = kListenId;
     if (epoll_ctl(mEvents, EPOLL_CTL_MOD, mSocket.get(), &event) != 0) {
-        ALOGE("Cannot watch the listening socket: %s", strerror(errno));
+        ALOGE("Cannot watch the listening socket: %s", errorText(errno).c_str());
     }
     mPaused = !on;
 }
@@ -48,7 +49,7 @@ void Acceptor::acceptReady() {
             if (error == EINTR || error == ECONNABORTED) continue;
             if (error == EAGAIN || error == EWOULDBLOCK) return;
             // The connection stays in the queue and the socket stays ready: look away for a while.
-            ALOGE("Cannot accept connections for now: %s", strerror(error));
+            ALOGE("Cannot accept connections for now: %s", errorText(error).c_str());
             setListening(false);
             return;
         }

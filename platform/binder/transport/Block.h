@@ -53,7 +53,8 @@ public:
         if (mBlock != nullptr) mBlock->ref();
     }
     BlockRef(BlockRef&& other) noexcept : mBlock(std::exchange(other.mBlock, nullptr)) {}
-    BlockRef& operator=(BlockRef other) noexcept {
+    BlockRef& operator=(const BlockRef& other) { return *this = BlockRef(other); }
+    BlockRef& operator=(BlockRef&& other) noexcept {
         std::swap(mBlock, other.mBlock);
         return *this;
     }

@@ -11,6 +11,7 @@
 
 #include <atomic>
 
+#include "ErrorText.h"
 #include "FlakeDelay.h"
 
 namespace android::transport {
@@ -113,7 +114,7 @@ Connection::Connection(base::unique_fd socket, ConnectionKind kind, bool accepte
         : mId(nextId()), mSocket(std::move(socket)), mKind(kind), mAccepted(accepted) {
     socklen_t size = sizeof(mCredentials);
     if (getsockopt(fd(), SOL_SOCKET, SO_PEERCRED, &mCredentials, &size) != 0) {
-        ALOGE("No credentials of a peer: %s", strerror(errno));
+        ALOGE("No credentials of a peer: %s", errorText(errno).c_str());
         mCredentials = {0, UINT32_MAX, UINT32_MAX};  // nobody's uid
     }
 }

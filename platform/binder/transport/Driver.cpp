@@ -13,6 +13,7 @@
 
 #include <thread>
 
+#include "ErrorText.h"
 #include "Transport.h"
 
 namespace android::transport {
@@ -62,7 +63,7 @@ Driver::Driver()
     event.events = EPOLLIN;
     event.data.u64 = kWakeId;
     LOG_ALWAYS_FATAL_IF(epoll_ctl(mEvents.get(), EPOLL_CTL_ADD, mWake.get(), &event) != 0,
-                        "No event set for the binder driver: %s", strerror(errno));
+                        "No event set for the binder driver: %s", errorText(errno).c_str());
 }
 
 void Driver::startLocked() {
@@ -103,7 +104,7 @@ void Driver::watch(const Connection& connection, uint32_t events) {
     event.data.u64 = connection.id();
     if (epoll_ctl(mEvents.get(), EPOLL_CTL_MOD, connection.fd(), &event) == 0) return;
     if (errno != ENOENT || epoll_ctl(mEvents.get(), EPOLL_CTL_ADD, connection.fd(), &event) != 0) {
-        ALOGE("Cannot watch a connection: %s", strerror(errno));
+        ALOGE("Cannot watch a connection: %s", errorText(errno).c_str());
     }
 }
 

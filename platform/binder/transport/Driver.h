@@ -36,6 +36,7 @@ public:
     Driver();
     Driver(const Driver&) = delete;
     Driver& operator=(const Driver&) = delete;
+    ~Driver() = default;
 
     /** Accepts from now on. */
     void listen(base::unique_fd socket) EXCLUDES(mLock);

@@ -12,7 +12,7 @@ namespace android::transport {
 
 namespace {
 
-constexpr size_t kUsualCapacity = 16 * 1024;
+constexpr size_t kUsualCapacity = size_t{16} * 1024;
 /** Less room than this at the end of a block is not worth a system call. */
 constexpr size_t kMinRoom = 2048;
 

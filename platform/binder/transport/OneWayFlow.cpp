@@ -13,6 +13,7 @@
 
 #include <algorithm>
 
+#include "ErrorText.h"
 #include "Wire.h"
 
 namespace android::transport {
@@ -39,7 +40,7 @@ std::unique_ptr<ProgressPage> ProgressPage::create() {
     unique_fd fd(memfd_create("binder-progress", MFD_CLOEXEC | MFD_ALLOW_SEALING));
     if (fd.get() < 0 || ftruncate(fd.get(), kPageSize) != 0 ||
         fcntl(fd.get(), F_ADD_SEALS, kSeals) != 0) {
-        ALOGE("Cannot make a page of memory: %s", strerror(errno));
+        ALOGE("Cannot make a page of memory: %s", errorText(errno).c_str());
         return nullptr;
     }
     return map(std::move(fd));

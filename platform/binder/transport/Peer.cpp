@@ -16,7 +16,7 @@ namespace {
 /** Idle CALL connections kept; more threads than this rarely call one process at once. */
 constexpr size_t kMaxIdleCalls = 16;
 /** A peer that leaves this much unread on its CONTROL connection has stopped taking part. */
-constexpr size_t kMaxControlBacklog = 4 * 1024 * 1024;
+constexpr size_t kMaxControlBacklog = size_t{4} * 1024 * 1024;
 /** A dying process closes its sockets one after the other; this long is waited for the next. */
 constexpr int kEndGraceMilliseconds = 100;
 

@@ -17,6 +17,7 @@
 
 #include <memory>
 
+#include "ErrorText.h"
 #include "FlakeDelay.h"
 
 namespace android::transport {
@@ -55,17 +56,17 @@ RuntimeDir::RuntimeDir() {
     if (mkdir(mPath.c_str(), 0700) == 0) {
         // Apart from mkdir, whose mode the umask cuts.
         if (chmod(mPath.c_str(), 01777) != 0) {
-            ALOGE("Cannot open %s to every uid: %s", mPath.c_str(), strerror(errno));
+            ALOGE("Cannot open %s to every uid: %s", mPath.c_str(), errorText(errno).c_str());
         }
     } else if (errno != EEXIST) {
-        ALOGE("Cannot make the runtime folder %s: %s", mPath.c_str(), strerror(errno));
+        ALOGE("Cannot make the runtime folder %s: %s", mPath.c_str(), errorText(errno).c_str());
         return;
     }
     const int follow = named ? 0 : O_NOFOLLOW;
     unique_fd folder(open(mPath.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC | follow));
     struct stat info = {};
     if (folder.get() < 0 || fstat(folder.get(), &info) != 0) {
-        ALOGE("Cannot open the runtime folder %s: %s", mPath.c_str(), strerror(errno));
+        ALOGE("Cannot open the runtime folder %s: %s", mPath.c_str(), errorText(errno).c_str());
         return;
     }
     if (!named && info.st_uid != geteuid()) {
@@ -105,7 +106,7 @@ status_t RuntimeDir::listen(const ProcessName& self, unique_fd* outSocket) const
             renameat(mFolder.get(), draft.c_str(), mFolder.get(), name.c_str()) == 0;
     if (!listening) {
         const int error = errno;
-        ALOGE("Cannot listen in %s: %s", mPath.c_str(), strerror(error));
+        ALOGE("Cannot listen in %s: %s", mPath.c_str(), errorText(error).c_str());
         (void)unlinkat(mFolder.get(), draft.c_str(), 0);  // it may not have come to exist
         return -error;
     }
@@ -128,7 +129,7 @@ status_t RuntimeDir::connect(const ProcessName& process, unique_fd* outSocket) c
             return NAME_NOT_FOUND;
         }
         if (error != ENOENT) {
-            ALOGE("Cannot connect to process %u: %s", process.pid, strerror(error));
+            ALOGE("Cannot connect to process %u: %s", process.pid, errorText(error).c_str());
         }
         return error == ENOENT ? status_t{NAME_NOT_FOUND} : -error;
     }
@@ -179,7 +180,7 @@ status_t RuntimeDir::openLock(unique_fd* outLock) const {
     }
     if (lock.get() < 0) {
         const int error = errno;
-        ALOGE("Cannot open %s/%s: %s", mPath.c_str(), kManagerLock, strerror(error));
+        ALOGE("Cannot open %s/%s: %s", mPath.c_str(), kManagerLock, errorText(error).c_str());
         return -error;
     }
     *outLock = std::move(lock);
@@ -197,7 +198,7 @@ status_t RuntimeDir::publishManager(const ProcessName& self, unique_fd* outLock)
     if (symlinkat(name.c_str(), mFolder.get(), draft.c_str()) != 0 ||
         renameat(mFolder.get(), draft.c_str(), mFolder.get(), kManagerLink) != 0) {
         const int error = errno;
-        ALOGE("Cannot become context manager in %s: %s", mPath.c_str(), strerror(error));
+        ALOGE("Cannot become context manager in %s: %s", mPath.c_str(), errorText(error).c_str());
         (void)unlinkat(mFolder.get(), draft.c_str(), 0);  // it may not have come to exist
         return -error;
     }

@@ -17,6 +17,7 @@
 #include <thread>
 
 #include "Calls.h"
+#include "ErrorText.h"
 #include "OneWayReceiver.h"
 #include "Transport.h"
 
@@ -44,7 +45,7 @@ ThreadPool::ThreadPool()
     event.events = EPOLLIN;
     event.data.u64 = kTaskSignalId;
     LOG_ALWAYS_FATAL_IF(epoll_ctl(mEvents.get(), EPOLL_CTL_ADD, mTaskSignal.get(), &event) != 0,
-                        "No event set for the binder threads: %s", strerror(errno));
+                        "No event set for the binder threads: %s", errorText(errno).c_str());
 }
 
 void ThreadPool::start() {
@@ -92,7 +93,7 @@ void ThreadPool::add(Connection& connection) {
     (void)setsockopt(connection.fd(), SOL_SOCKET, SO_RCVTIMEO, &linger, sizeof(linger));
     epoll_event event = eventOf(connection);
     if (epoll_ctl(mEvents.get(), EPOLL_CTL_ADD, connection.fd(), &event) != 0) {
-        ALOGE("Cannot watch a connection: %s", strerror(errno));
+        ALOGE("Cannot watch a connection: %s", errorText(errno).c_str());
     }
 }
 
@@ -100,7 +101,7 @@ void ThreadPool::rearm(Connection& connection) {
     connection.yield();
     epoll_event event = eventOf(connection);
     if (epoll_ctl(mEvents.get(), EPOLL_CTL_MOD, connection.fd(), &event) != 0) {
-        ALOGE("Cannot watch a connection: %s", strerror(errno));
+        ALOGE("Cannot watch a connection: %s", errorText(errno).c_str());
     }
 }
 

@@ -29,6 +29,7 @@ public:
     ThreadPool();
     ThreadPool(const ThreadPool&) = delete;
     ThreadPool& operator=(const ThreadPool&) = delete;
+    ~ThreadPool() = default;
 
     /** Starts the first thread; later calls do nothing. */
     void start() EXCLUDES(mLock);

@@ -24,6 +24,9 @@ class RemoteObjects;
  */
 class BpBinder : public IBinder {
 public:
+    BpBinder(const BpBinder&) = delete;
+    BpBinder& operator=(const BpBinder&) = delete;
+
     [[nodiscard]] const String16& getInterfaceDescriptor() const override EXCLUDES(mLock);
     [[nodiscard]] bool isBinderAlive() const override;
     status_t pingBinder() override;
