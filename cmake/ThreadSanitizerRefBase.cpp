@@ -17,8 +17,8 @@ void __wrap__ZNK7android7RefBase9incStrongEPKv(const void* self, const void* id)
 }
 
 void __wrap__ZNK7android7RefBase9decStrongEPKv(const void* self, const void* id) {
-    // Before the count drops: afterwards the object may be gone. The destructor runs inside the real
-    // function, so the acquire that orders it after every release has to stand here as well.
+    // Before the count drops: afterwards the object may be gone. The destructor runs inside the
+    // real function, so the acquire that orders it after every release has to stand here as well.
     __tsan_release(const_cast<void*>(self));
     __tsan_acquire(const_cast<void*>(self));
     __real__ZNK7android7RefBase9decStrongEPKv(self, id);
