@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <nlohmann/json.hpp>
 
 #include "support/ChildProcess.h"
@@ -75,6 +76,34 @@ TEST(PolicyShow, UnusableFileEndsWithFileAndCause) {
         EXPECT_EQ("", outcome.output) << path;
         EXPECT_EQ(0u, outcome.errors.find("sonorelctl: " + path + ": " + cause)) << outcome.errors;
     }
+}
+
+// The whole way: host process, files of the example device, another process that asks.
+TEST(PolicyShow, ServiceOnTheExampleDeviceAnswersWithItsFiles) {
+    const sonorel::test::TempDir dir;
+    const std::string root = dir.path("device");
+    std::filesystem::copy(kSource + "/examples/device", root,
+                          std::filesystem::copy_options::recursive);
+    sonorel::test::ChildProcess::Options options;
+    options.program = std::string(SONOREL_BIN_DIR) + "/sonoreld";
+    options.args = {"--root", root};
+    options.env["SONOREL_RUNTIME_DIR"] = dir.path("run");
+    sonorel::test::ChildProcess host(options);
+    ASSERT_TRUE(host.waitForOutput("SonorelService ready")) << host.errors();
+
+    const Outcome outcome = show({"--json", "--package", "com.example.meet", "--package", "other",
+                                  "--device", "example-car-kit", "--device", "other"},
+                                 dir.path("run"));
+    ASSERT_EQ(0, outcome.code) << outcome.errors;
+    const auto json = nlohmann::json::parse(outcome.output);
+    EXPECT_EQ(13u, json["scenes"].size());
+    EXPECT_EQ(3u, json["processors"].size());
+    EXPECT_EQ(2u, json["detectors"].size());
+    EXPECT_EQ(2u, json["mss"].size());
+    EXPECT_EQ(5, json["packages"]["com.example.meet"]["scene"]);
+    EXPECT_TRUE(json["packages"]["other"].is_null());
+    EXPECT_EQ(true, json["unsupportedDevices"]["example-car-kit"]);
+    EXPECT_EQ(false, json["unsupportedDevices"]["other"]);
 }
 
 TEST(PolicyShow, WithoutAServiceTheCodeSaysSo) {
