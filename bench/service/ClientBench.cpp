@@ -22,18 +22,17 @@ namespace {
 using android::sp;
 using test::RecordingClient;
 
-// Nanoseconds that the thread of this name has run.
-int64_t threadTime(pid_t pid, const std::string& name) {
+// Nanoseconds that all threads of a process have run.
+int64_t processTime(pid_t pid) {
     const std::string folder = "/proc/" + std::to_string(pid) + "/task";
     int64_t time = 0;
     DIR* const threads = opendir(folder.c_str());
     require(threads != nullptr, folder);
     // NOLINTNEXTLINE(concurrency-mt-unsafe): the stream is this function's own
     while (const dirent* entry = readdir(threads)) {
-        const std::string thread = folder + "/" + entry->d_name;
-        std::string found;
-        std::getline(std::ifstream(thread + "/comm"), found);
-        if (found == name) std::ifstream(thread + "/schedstat") >> time;
+        int64_t ran = 0;
+        std::ifstream(folder + "/" + entry->d_name + "/schedstat") >> ran;
+        time += ran;
     }
     closedir(threads);
     return time;
@@ -63,9 +62,9 @@ void tickPeriod(benchmark::State& state) {
                         service->setMetaAudioOn(true, &status).isOk() &&
                         service->setMetaAudioThreadEnable(true).isOk(),
                 "tick");
-        const pid_t pid = const_cast<ServiceRun&>(run).pid();
+        const pid_t pid = run.pid();
         const int64_t end = now() + state.range(0) * kSecond;
-        const int64_t ranBefore = threadTime(pid, "MetaAudioThread");
+        const int64_t ranBefore = processTime(pid);
         do {
             bool playing = false;
             if (state.range(1) != 0) {
@@ -74,7 +73,7 @@ void tickPeriod(benchmark::State& state) {
                 sleepUntil(end);
             }
         } while (now() < end);
-        const int64_t ran = threadTime(pid, "MetaAudioThread") - ranBefore;
+        const int64_t ran = processTime(pid) - ranBefore;
         require(service->setMetaAudioThreadEnable(false).isOk(), "tick");
         const std::vector<int64_t> times = tickTimes(ticker.get());
         std::vector<int64_t> periods;

@@ -25,7 +25,7 @@ public:
 
     const android::sp<qelto::halvend::ISonorelService>& service() const { return mService; }
     const std::string& path() const { return mPath; }
-    pid_t pid() { return mDaemon.process().pid(); }
+    pid_t pid() const { return mDaemon.process().pid(); }
 
 private:
     const test::DeviceRoot mRoot;

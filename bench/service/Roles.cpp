@@ -225,6 +225,7 @@ int runTracker(const Args& args) {
     const int plain = connectTo(args.at(2));
     const int answered = connectTo(args.at(3));
     const auto samples = static_cast<uint32_t>(std::stoul(args.at(4)));
+    const int64_t period = std::stol(args.at(5)) * kMicrosecond;
     const sp<ISonorelService> service = test::connectToService();
     if (service == nullptr) return kFailure;
     const std::array<std::function<void(const HeadData&)>, SampleTimes::kWays> ways = {
@@ -237,15 +238,19 @@ int runTracker(const Args& args) {
                 const std::vector<float> floats(data.begin(), data.end());
                 if (!service->sendHeadToStageData(floats).isOk()) die("sendHeadToStageData");
             }};
-    constexpr uint32_t kTurn = 50;  // so that the ways meet the same neighbours
-    int64_t next = now() + kMillisecond;
+    // In turns, so that the ways meet the same neighbours; long ones, as each starts from rest.
+    constexpr uint32_t kTurn = 500;
+    int64_t next = now() + period;
     for (uint32_t turn = 0; turn < samples; turn += kTurn) {
         for (const auto way :
              {SampleTimes::kRaw, SampleTimes::kRawAnswered, SampleTimes::kService}) {
-            for (uint32_t sample = turn; sample < turn + kTurn; ++sample, next += kMillisecond) {
+            for (uint32_t sample = turn; sample < turn + kTurn; ++sample) {
                 sleepUntil(next);
                 times.sent(way, sample);
                 ways[way](headData(sample));
+                // A late one is not made up for by a burst, which would be another measurement.
+                next += period;
+                if (next < now()) next = now() + period;
             }
         }
     }

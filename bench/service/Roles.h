@@ -18,8 +18,8 @@ namespace sonorel::bench {
 //   ticker                    client 3: keeps the times of the ticks; a line of stdin prints them
 //   raw-renderer TIMES WAY PATH  reads head data from the socket PATH
 //   raw-relay FROM TO [answer]   passes head data on from one socket to another
-//   tracker TIMES PLAIN ANSWERED N   N samples at 1 kHz each way, the ways in turns; the paths are
-//                             those of two raw relays
+//   tracker TIMES PLAIN ANSWERED N PERIOD   N samples each way, one each PERIOD microseconds, the
+//                             ways in turns; the paths are those of two raw relays
 //   flood N                   N samples through the service as fast as they go
 //
 // Returns the exit code.

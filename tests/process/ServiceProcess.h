@@ -49,6 +49,7 @@ public:
     // Waits until clients can call; false when the process ended or said nothing.
     [[nodiscard]] bool waitUntilReady() { return mProcess.waitForOutput("SonorelService ready\n"); }
     ChildProcess& process() { return mProcess; }
+    const ChildProcess& process() const { return mProcess; }
 
 private:
     ChildProcess mProcess;
