@@ -108,9 +108,13 @@ ui setCurrentUserID 0
 
 act "A caller without the permission changes nothing"
 if [ "$(id -u)" -eq 0 ]; then
+    # A stranger may not be able to read the build folder.
+    bin=$(dirname "$(command -v sonorelctl)")
+    mkdir "$root/stranger"
+    cp "$bin/sonorelctl" "$bin"/../lib/*.so "$root/stranger"
     printf '    stranger -> service     setMetaAudioOn false\n'
-    setpriv --reuid 10099 --regid 10099 --clear-groups \
-        "$(command -v sonorelctl)" call setMetaAudioOn false | sed 's/^/    stranger <- service     /'
+    LD_LIBRARY_PATH=$root/stranger setpriv --reuid 10099 --regid 10099 --clear-groups \
+        "$root/stranger/sonorelctl" call setMetaAudioOn false | sed 's/^/    stranger <- service     /'
     ui getMetaAudioOn
 else
     echo "    (left out: another uid needs root)"

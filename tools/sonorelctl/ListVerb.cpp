@@ -1,4 +1,5 @@
 #include <utils/String8.h>
+#include <CLI/CLI.hpp>
 
 #include <cstdio>
 

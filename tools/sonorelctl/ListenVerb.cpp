@@ -5,6 +5,7 @@
 #include <sys/eventfd.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
+#include <CLI/CLI.hpp>
 
 #include <array>
 #include <cerrno>

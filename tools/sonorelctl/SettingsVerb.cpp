@@ -2,6 +2,7 @@
 // service.
 
 #include <sqlite3.h>
+#include <CLI/CLI.hpp>
 
 #include <cstdio>
 #include <cstdlib>

@@ -1,8 +1,11 @@
 #pragma once
 
-#include <CLI/CLI.hpp>
-#include <chrono>
 #include <functional>
+
+// Only the verbs themselves need the whole of it, and it is long.
+namespace CLI {
+class App;
+}
 
 namespace sonorel::ctl {
 

@@ -1,4 +1,5 @@
 #include <android/log.h>
+#include <CLI/CLI.hpp>
 
 #include <cstdio>
 
