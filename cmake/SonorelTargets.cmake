@@ -38,6 +38,10 @@ function(sonorel_test name)
     endif()
     add_test(NAME ${name} COMMAND ${name})
     set_tests_properties(${name} PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS "${ARG_LABELS}")
+    if(SONOREL_SANITIZER STREQUAL "thread")
+        # A program that leaves without exit handlers would else keep its findings to itself.
+        set_tests_properties(${name} PROPERTIES ENVIRONMENT "TSAN_OPTIONS=halt_on_error=1")
+    endif()
 endfunction()
 
 # sonorel_benchmark(NAME SOURCES ... [LINK ...] [NEEDS target ...])

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -94,6 +95,10 @@ TEST_F(Programs, ServeUntilASignal) {
         EXPECT_EQ(0, end(*host).code);
         EXPECT_EQ(3, ctl({"list"}).code);
         EXPECT_EQ(3, ctl({"call", "getMetaAudioOn"}).code);
+        // No socket stays behind.
+        for (const auto& entry : std::filesystem::directory_iterator(mRuntime.path())) {
+            EXPECT_FALSE(entry.is_socket()) << entry.path();
+        }
     }
 }
 
@@ -152,7 +157,7 @@ TEST_F(Programs, ListenerNoticesTheServicesDeath) {
     const auto listener = startListener({});
     host->kill(SIGKILL);
     const Ended ended = end(*listener);
-    EXPECT_EQ(6, ended.code);
+    EXPECT_EQ(6, ended.code) << ended.errors;
     EXPECT_NE(std::string::npos, ended.errors.find("sonorelctl: the service died\n"));
 }
 

@@ -12,6 +12,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
+#include <cstdlib>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -218,7 +219,12 @@ void addListenVerb(CLI::App& app, const Globals& globals, Action* outAction) {
             "service does\nnot say so, and no events come. --timeout bounds registering and "
             "unregistering.");
     verb->callback([&globals, outAction, options] {
-        *outAction = [&globals, options] { return runListen(globals, *options); };
+        *outAction = [&globals, options]() -> int {
+            const int code = runListen(globals, *options);
+            // Without static destructors: a binder thread may still be inside a late event.
+            (void)fflush(stdout);
+            std::quick_exit(code);
+        };
     });
 }
 

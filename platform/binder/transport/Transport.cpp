@@ -40,7 +40,10 @@ status_t Transport::ensureListeningLocked() {
     if (const status_t status = mDir.listen(mSelf, &socket); status != OK) return status;
     mDriver.listen(std::move(socket));
     mListening = true;
-    (void)atexit(removeFiles);  // without it the next process to start sweeps
+    // Without these the next process to start sweeps. quick_exit is for programs that leave while
+    // their pool serves calls.
+    (void)atexit(removeFiles);
+    (void)at_quick_exit(removeFiles);
     return OK;
 }
 
