@@ -7,8 +7,8 @@
 #include <log/log.h>
 #include <utils/String16.h>
 
-#include <cstring>
 #include <filesystem>
+#include <system_error>
 
 namespace sonorel::host {
 namespace {
@@ -45,7 +45,7 @@ bool ensureServiceManager(const std::string& root, std::string* outError) {
     const android::status_t status = android::ProcessState::self()->becomeContextManager(manager);
     // Another process may have published one meanwhile, which is as good.
     if (status == android::OK || android::defaultServiceManager() != nullptr) return true;
-    *outError = std::string("cannot publish a service manager: ") + strerror(-status);
+    *outError = "cannot publish a service manager: " + std::generic_category().message(-status);
     return false;
 }
 

@@ -128,7 +128,7 @@ private:
     template <size_t... I>
     Status callWith(ISonorelService& service, Function function, Json* outResult,
                     std::index_sequence<I...>) {
-        const Status status = (service.*function)(pass<Params>(&std::get<I>(mValues))...);
+        Status status = (service.*function)(pass<Params>(&std::get<I>(mValues))...);
         *outResult = Json::object();
         if (!status.isOk()) return status;
         (report<Params>(nameOf<I>(), std::get<I>(mValues), outResult), ...);
