@@ -164,12 +164,14 @@ bool AMessage::findRect(const char* name, int32_t* left, int32_t* top, int32_t* 
 }
 
 status_t AMessage::post(int64_t delayUs) {
+    // A message is often posted straight from new: when it cannot be queued, it goes with this.
+    const sp<AMessage> self = this;
     const sp<ALooper> looper = mLooper.promote();
     if (looper == nullptr) {
         ALOGW("message %u has no looper to go to", mWhat);
         return -ENOENT;
     }
-    looper->post(this, delayUs);
+    looper->post(self, delayUs);
     return OK;
 }
 
