@@ -22,16 +22,18 @@ void MetaAudioThread::requestExit() {
 }
 
 bool MetaAudioThread::threadLoop() {
-    while (!exitPending()) {
-        onWork();
+    // A running thread keeps the service alive. One whose service went before it came to run ends.
+    const sp<SonorelService> service = mService.promote();
+    while (service != nullptr && !exitPending()) {
+        onWork(*service);
         usleep(kTickPeriodUs);
     }
     return false;
 }
 
-void MetaAudioThread::onWork() {
+void MetaAudioThread::onWork(const SonorelService& service) {
     using qelto::halvend::IHalvendClient;
-    const auto entry = mService->findClient(IHalvendClient::CLIENT_ID_META_THREAD);
+    const auto entry = service.findClient(IHalvendClient::CLIENT_ID_META_THREAD);
     if (entry == nullptr || entry->mClient == nullptr) return;
     // Nobody to tell: a client that is gone misses its tick.
     (void)entry->mClient->onClientEventOneWay(IHalvendClient::CB_META_THREAD_TICK,

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include <utils/StrongPointer.h>
+#include <utils/RefBase.h>
 #include <utils/Thread.h>
 
 namespace android {
@@ -22,15 +22,15 @@ public:
     // True between a request to exit and the thread's next start.
     bool isExiting() const { return exitPending(); }
 
-    // Sends one tick, when client 3 is registered. Does not take the client lock, so a client that
-    // thinks about a two-way event does not hold up the ticks.
-    void onWork();
+    // Sends one tick of `service`, when its client 3 is registered. Does not take the client lock,
+    // so a client that thinks about a two-way event does not hold up the ticks.
+    static void onWork(const SonorelService& service);
 
 private:
     bool threadLoop() override;
 
-    // A running thread keeps the service alive.
-    const sp<SonorelService> mService;
+    // The service owns this object, so it is held only while the thread runs.
+    const wp<SonorelService> mService;
 };
 
 }  // namespace android

@@ -38,6 +38,7 @@ private:
 class HostRun {
 public:
     HostRun();
+    ~HostRun() = default;
     HostRun(const HostRun&) = delete;
     HostRun& operator=(const HostRun&) = delete;
 

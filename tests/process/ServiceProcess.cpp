@@ -64,7 +64,7 @@ const std::string& runtimeFolder() {
     static const TempDir sFolder;
     static const std::string sPath = [] {
         // The binder library makes the folder itself, open to every uid.
-        const std::string path = sFolder.path("run");
+        std::string path = sFolder.path("run");
         (void)::setenv("SONOREL_RUNTIME_DIR", path.c_str(), 1);  // NOLINT(concurrency-mt-unsafe)
         return path;
     }();

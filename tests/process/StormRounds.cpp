@@ -21,11 +21,11 @@ const std::vector<std::string>& fullProduct() {
 
 void StormRounds::run(int callsEach) {
     ASSERT_NO_FATAL_FAILURE(start(fullProduct()));
-    std::vector<android::sp<RecordingClient>> clients;
     for (const int8_t id : {0, 1, 3, 4, 5})
-        clients.push_back(addClient(id));
+        (void)addClient(id);  // the registration keeps it
 
     std::vector<std::unique_ptr<ChildProcess>> callers;
+    callers.reserve(kCallers);
     for (int i = 0; i < kCallers; ++i) {
         callers.push_back(std::make_unique<ChildProcess>(
                 peer({"storm", std::to_string(100 + i), std::to_string(callsEach)})));

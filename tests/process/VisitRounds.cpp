@@ -62,6 +62,7 @@ long VisitRounds::heapInUse() {
 
 void VisitRounds::runRound(int clients) {
     std::vector<std::unique_ptr<ChildProcess>> visitors;
+    visitors.reserve(static_cast<size_t>(clients));
     for (int i = 0; i < clients; ++i) {
         visitors.push_back(
                 std::make_unique<ChildProcess>(peer({"visit", std::to_string(visitorId(i))})));

@@ -153,7 +153,10 @@ ServiceTest::~ServiceTest() {
         for (const int8_t id : mClientIds)
             (void)mService->unregisterClient(id);
         (void)mService->stopMetaAudioThread();
+        const android::wp<SonorelService> ended = mService;
         mService.clear();
+        // Its worker thread may hold it for a last period.
+        EXPECT_TRUE(eventually([&ended] { return ended.promote() == nullptr; }));
     }
     EXPECT_EQ(0, ::chdir(mOldFolder.c_str()));
 }
