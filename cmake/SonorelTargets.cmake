@@ -13,6 +13,12 @@ function(sonorel_library name)
     sonorel_teach_sanitizer(${name})
 endfunction()
 
+# sonorel_compile_fast(NAME): for what runs briefly. Optimising template-heavy parsers and test
+# macros takes most of a build's time.
+function(sonorel_compile_fast name)
+    target_compile_options(${name} PRIVATE -O0)
+endfunction()
+
 # sonorel_executable(NAME SOURCES ... [LINK ...])
 function(sonorel_executable name)
     cmake_parse_arguments(ARG "" "" "SOURCES;LINK" ${ARGN})
@@ -26,8 +32,9 @@ endfunction()
 function(sonorel_test name)
     cmake_parse_arguments(ARG "" "TIMEOUT" "SOURCES;LINK;LABELS;NEEDS" ${ARGN})
     sonorel_executable(${name} SOURCES ${ARG_SOURCES} LINK ${ARG_LINK} GTest::gtest GTest::gmock GTest::gtest_main)
+    sonorel_compile_fast(${name})
     target_compile_definitions(${name} PRIVATE
-        SONOREL_SOURCE_DIR="${CMAKE_SOURCE_DIR}" SONOREL_BIN_DIR="${CMAKE_RUNTIME_OUTPUT_DIRECTORY}"
+        SONOREL_BIN_DIR="${CMAKE_RUNTIME_OUTPUT_DIRECTORY}"
         SONOREL_LIB_DIR="${CMAKE_LIBRARY_OUTPUT_DIRECTORY}")
     target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR}/tests)
     if(ARG_NEEDS)
@@ -50,7 +57,7 @@ function(sonorel_benchmark name)
     find_package(benchmark REQUIRED)
     sonorel_executable(${name} SOURCES ${ARG_SOURCES} LINK ${ARG_LINK} benchmark::benchmark)
     target_compile_definitions(${name} PRIVATE
-        SONOREL_SOURCE_DIR="${CMAKE_SOURCE_DIR}" SONOREL_BIN_DIR="${CMAKE_RUNTIME_OUTPUT_DIRECTORY}"
+        SONOREL_BIN_DIR="${CMAKE_RUNTIME_OUTPUT_DIRECTORY}"
         SONOREL_LIB_DIR="${CMAKE_LIBRARY_OUTPUT_DIRECTORY}")
     if(ARG_NEEDS)
         add_dependencies(${name} ${ARG_NEEDS})
@@ -62,6 +69,15 @@ function(sonorel_fuzzer name)
     cmake_parse_arguments(ARG "" "" "SOURCES;LINK" ${ARGN})
     sonorel_executable(${name} SOURCES ${ARG_SOURCES} LINK ${ARG_LINK})
     target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+endfunction()
+
+# sonorel_corpus_test(NAME CORPUS folder SOURCES ... [LINK ...] [LABELS ...])
+# Runs a fuzzer's entry function over its corpus, as a plain test.
+function(sonorel_corpus_test name)
+    cmake_parse_arguments(ARG "" "CORPUS" "SOURCES;LINK;LABELS" ${ARGN})
+    sonorel_test(${name} SOURCES ${CMAKE_SOURCE_DIR}/tests/support/CorpusReplay.cpp ${ARG_SOURCES}
+        LINK ${ARG_LINK} sonorel_test_support LABELS ${ARG_LABELS})
+    target_compile_definitions(${name} PRIVATE SONOREL_CORPUS="${ARG_CORPUS}")
 endfunction()
 
 # Debian's libutils is not built for the thread sanitizer, so the ordering that a reference count

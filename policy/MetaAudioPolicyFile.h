@@ -16,6 +16,9 @@
 
 namespace android {
 
+// The name a record has when its file gives it none.
+inline constexpr char kInvalidName[] = "invalid";
+
 // What the head of one copy says. Each fault names the first check that failed.
 struct MetaPolicyHead {
     enum class Fault {

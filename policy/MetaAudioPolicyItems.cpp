@@ -9,8 +9,6 @@
 namespace android {
 namespace {
 
-constexpr char kInvalidName[] = "invalid";
-
 // How the text of one element becomes one field. The fallback is for text that cannot be had; a
 // flag is on when the fallback is not 0.
 template <typename Record>

@@ -13,7 +13,6 @@
 namespace android {
 namespace {
 
-constexpr char kInvalidName[] = "invalid";
 constexpr int kNoScene = -1;
 
 template <typename Map>

@@ -5,6 +5,7 @@
 
 #include "fuzz/policy/Inputs.h"
 #include "support/LogCapture.h"
+#include "support/ProjectFile.h"
 #include "support/TempDir.h"
 
 namespace {
@@ -14,7 +15,7 @@ using Feed = void (*)(const uint8_t*, size_t);
 void replay(const std::string& corpus, Feed feed) {
     const sonorel::test::LogCapture quiet;
     int count = 0;
-    const std::string folder = std::string(SONOREL_SOURCE_DIR) + "/fuzz/policy/corpus/" + corpus;
+    const std::string folder = sonorel::test::projectFile("fuzz/policy/corpus/" + corpus);
     for (const auto& entry : std::filesystem::directory_iterator(folder)) {
         SCOPED_TRACE(entry.path().filename().string());
         const std::string bytes = sonorel::test::readFile(entry.path().string());

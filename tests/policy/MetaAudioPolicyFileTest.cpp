@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <random>
 
+#include "support/ProjectFile.h"
 #include "support/TempDir.h"
 #include "tests/policy/GeneratedPolicy.h"
 
@@ -18,10 +19,9 @@ using android::MetaPolicyHead;
 using android::PolicyTables;
 using android::String8;
 using android::XmlDocument;
+using sonorel::test::projectFile;
 using ::testing::ElementsAre;
 using Fault = MetaPolicyHead::Fault;
-
-const std::string kData = std::string(SONOREL_SOURCE_DIR) + "/tests/data/policy/";
 
 TEST(MetaPolicyHead, FirstFaultIsNamed) {
     const struct {
@@ -47,8 +47,8 @@ TEST(MetaPolicyHead, FirstFaultIsNamed) {
     };
     for (const auto& expected : cases) {
         SCOPED_TRACE(expected.file);
-        const MetaPolicyHead head = android::readMetaPolicyHead(
-                XmlDocument::readFile(kData + "head/" + expected.file + ".xml"));
+        const MetaPolicyHead head = android::readMetaPolicyHead(XmlDocument::readFile(
+                projectFile("tests/data/policy/head/" + std::string(expected.file) + ".xml")));
         EXPECT_EQ(expected.fault, head.fault);
         EXPECT_EQ(expected.filterName, head.filterName);
         EXPECT_EQ(expected.version, head.version);
@@ -85,7 +85,7 @@ protected:
         return mTables->mPkgMetaInfoVec.valueFor(String8(name));
     }
 
-    const XmlDocument mDocument = XmlDocument::readFile(kData + "items.xml");
+    const XmlDocument mDocument = XmlDocument::readFile(projectFile("tests/data/policy/items.xml"));
     const std::unique_ptr<PolicyTables> mTables = android::readPolicyTables(mDocument.root());
 };
 
@@ -232,7 +232,7 @@ TEST(PolicyTables, ManyPackagesInNoOrderAreAllFound) {
 }
 
 TEST(ParseItems, NullIsLeftAlone) {
-    const XmlDocument document = XmlDocument::readFile(kData + "items.xml");
+    const XmlDocument document = XmlDocument::readFile(projectFile("tests/data/policy/items.xml"));
     const xmlNode* child = document.root()->children;
     MetaAudioInfo package;
     android::parseMetaAudioItem(nullptr, &package);

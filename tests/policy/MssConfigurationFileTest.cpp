@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "policy/XmlDocument.h"
+#include "support/ProjectFile.h"
 
 namespace {
 
@@ -22,7 +23,7 @@ protected:
     }
 
     const XmlDocument mDocument =
-            XmlDocument::readFile(std::string(SONOREL_SOURCE_DIR) + "/tests/data/policy/mss.xml");
+            XmlDocument::readFile(sonorel::test::projectFile("tests/data/policy/mss.xml"));
     std::vector<MssRemark> mRemarks;
     const std::unique_ptr<MssTables> mTables = android::readMssTables(mDocument.root(), &mRemarks);
 };

@@ -7,11 +7,13 @@
 
 #include "service/ServiceHarness.h"
 #include "service/ServiceLog.h"
+#include "support/ProjectFile.h"
 
 namespace {
 
 using android::String8;
 using sonorel::test::LogLine;
+using sonorel::test::projectFile;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
@@ -162,8 +164,8 @@ TEST_F(PolicyService, EachFaultOfACopyHasItsLine) {
     };
     start();
     for (const auto& [file, line] : cases) {
-        onlineCopy(sonorel::test::readFile(std::string(SONOREL_SOURCE_DIR) +
-                                           "/tests/data/policy/head/" + file + ".xml"));
+        onlineCopy(sonorel::test::readFile(
+                projectFile("tests/data/policy/head/" + std::string(file) + ".xml")));
         (void)takeLines({});
         EXPECT_FALSE(update()) << file;
         EXPECT_EQ(line, takeLines({"isNeedUpdateMetaPolicyXML"}).back()) << file;
@@ -348,8 +350,7 @@ TEST_F(PolicyService, FirstReadableFolderHasTheMssFile) {
 
 TEST_F(PolicyService, MssRemarksAreLoggedInOrder) {
     (void)mRoot.write(std::string("odm/etc/") + kMssFile,
-                      sonorel::test::readFile(std::string(SONOREL_SOURCE_DIR) +
-                                              "/tests/data/policy/mss.xml"));
+                      sonorel::test::readFile(projectFile("tests/data/policy/mss.xml")));
     start();
     EXPECT_THAT(takeLines({"parseMssAudioParam"}),
                 ElementsAre("W parseMssAudioParam, unknown parameter name: SPHERE_COLOUR",

@@ -6,13 +6,13 @@
 #include <nlohmann/json.hpp>
 
 #include "support/ChildProcess.h"
+#include "support/ProjectFile.h"
 #include "support/TempDir.h"
 
 namespace {
 
+using sonorel::test::projectFile;
 using ::testing::HasSubstr;
-
-const std::string kSource = SONOREL_SOURCE_DIR;
 
 struct Outcome {
     int code;
@@ -33,7 +33,7 @@ Outcome show(const std::vector<std::string>& args, const std::string& runtimeDir
 
 TEST(PolicyShow, ExamplePolicyAsJson) {
     const Outcome outcome =
-            show({kSource + "/examples/device/system_ext/etc/Meta_Audio_Policy.xml", "--json"});
+            show({projectFile("examples/device/system_ext/etc/Meta_Audio_Policy.xml"), "--json"});
     ASSERT_EQ(0, outcome.code) << outcome.errors;
     const auto json = nlohmann::json::parse(outcome.output);
     EXPECT_EQ("20240601", json["version"]);
@@ -48,7 +48,7 @@ TEST(PolicyShow, ExamplePolicyAsJson) {
 
 TEST(PolicyShow, ExampleMssFileAsTable) {
     const Outcome outcome =
-            show({kSource + "/examples/device/vendor/etc/Mss_Audio_Configurations.xml"});
+            show({projectFile("examples/device/vendor/etc/Mss_Audio_Configurations.xml")});
     ASSERT_EQ(0, outcome.code) << outcome.errors;
     EXPECT_EQ(0u, outcome.output.find("mss (2)\n  KEY  mssScene  "));
     EXPECT_THAT(outcome.output, HasSubstr("30,330,60,300,110,250,150,210"));
@@ -56,13 +56,13 @@ TEST(PolicyShow, ExampleMssFileAsTable) {
 }
 
 TEST(PolicyShow, WhatIsIgnoredIsTold) {
-    const Outcome outcome = show({kSource + "/tests/data/policy/mss.xml"});
+    const Outcome outcome = show({projectFile("tests/data/policy/mss.xml")});
     EXPECT_EQ(0, outcome.code);
     EXPECT_THAT(outcome.errors, HasSubstr("unknown parameter SPHERE_COLOUR is ignored"));
 }
 
 TEST(PolicyShow, UnusableFileEndsWithFileAndCause) {
-    const std::string folder = kSource + "/tests/data/policy/head/";
+    const std::string folder = projectFile("tests/data/policy/head/");
     const std::pair<std::string, const char*> cases[] = {
             {folder + "missing.xml", "No such file or directory"},
             {folder, "not a regular file"},
@@ -82,7 +82,7 @@ TEST(PolicyShow, UnusableFileEndsWithFileAndCause) {
 TEST(PolicyShow, ServiceOnTheExampleDeviceAnswersWithItsFiles) {
     const sonorel::test::TempDir dir;
     const std::string root = dir.path("device");
-    std::filesystem::copy(kSource + "/examples/device", root,
+    std::filesystem::copy(projectFile("examples/device"), root,
                           std::filesystem::copy_options::recursive);
     sonorel::test::ChildProcess::Options options;
     options.program = std::string(SONOREL_BIN_DIR) + "/sonoreld";

@@ -9,15 +9,17 @@
 #include <atomic>
 #include <chrono>
 
+#include "support/ProjectFile.h"
 #include "support/TempDir.h"
 
 namespace {
 
 using android::XmlDocument;
 using android::XmlText;
+using sonorel::test::projectFile;
 using sonorel::test::TempDir;
 
-const std::string kData = std::string(SONOREL_SOURCE_DIR) + "/tests/data/policy/";
+const std::string kTruncated = projectFile("tests/data/policy/head/truncated.xml");
 
 XmlDocument parse(const std::string& text) {
     return XmlDocument::readMemory(text.data(), text.size(), "test.xml");
@@ -55,10 +57,9 @@ private:
 };
 
 TEST(XmlDocument, ErrorNamesFileAndLine) {
-    const XmlDocument document = XmlDocument::readFile(kData + "head/truncated.xml");
+    const XmlDocument document = XmlDocument::readFile(kTruncated);
     EXPECT_FALSE(document);
-    EXPECT_EQ(0u, document.error().find(kData + "head/truncated.xml: line 4: "))
-            << document.error();
+    EXPECT_EQ(0u, document.error().find(kTruncated + ": line 4: ")) << document.error();
     EXPECT_EQ(nullptr, document.root());
 }
 
@@ -139,8 +140,9 @@ TEST(XmlDocument, NothingOutsideTheFileIsFetched) {
     const TempDir dir;
     (void)dir.write("outside.txt", "secret");
     (void)dir.write("outside.dtd", "<!ELEMENT a ANY>");
-    const std::string path =
-            dir.write("policy.xml", sonorel::test::readFile(kData + "entity-external.xml"));
+    const std::string path = dir.write(
+            "policy.xml",
+            sonorel::test::readFile(projectFile("tests/data/policy/entity-external.xml")));
     const FetchCounter fetches;
     const XmlDocument document = XmlDocument::readFile(path);
     ASSERT_TRUE(document) << document.error();
@@ -158,7 +160,7 @@ TEST(XmlDocument, EntityBombsAreRefused) {
     }
     const std::string wide = "<!DOCTYPE a [<!ENTITY w '" + std::string(50000, 'w') + "'>]>";
     const std::string bombs[] = {
-            sonorel::test::readFile(kData + "entity-bomb.xml"),
+            sonorel::test::readFile(projectFile("tests/data/policy/entity-bomb.xml")),
             nested + "]><a>&l29;</a>",
             nested + "]><a b='&l29;'/>",
             wide + "<a>" + repeat("<b>&w;</b>", 30) + "</a>",

@@ -1,14 +1,15 @@
-#include <memory>
-
 #include "process/ServiceProcess.h"
 
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 
 #include <binder/IServiceManager.h>
 #include <binder/ProcessState.h>
 #include <utils/String16.h>
+
+#include "support/ProjectFile.h"
 
 namespace sonorel::test {
 
@@ -16,26 +17,6 @@ using android::sp;
 using qelto::halvend::ISonorelService;
 
 namespace {
-
-const char kPolicy[] = R"(<?xml version="1.0" encoding="utf-8"?>
-<filter-conf>
-  <filter-name>meta_audio_policy</filter-name>
-  <version>20240601</version>
-  <MetaAudioItem>
-    <name>com.example.player</name><scene>3</scene><pos>0.0,1.0,-0.5</pos>
-  </MetaAudioItem>
-  <MetaAudioItem><name>com.example.game</name></MetaAudioItem>
-  <MetaAudioSceParam>
-    <SceTyp>1</SceTyp>
-    <HomePosCustomMode>1.0,2.0,3.0</HomePosCustomMode>
-    <HomePosCustomModeSpk>-1.0,-2.0,-3.0</HomePosCustomModeSpk>
-  </MetaAudioSceParam>
-  <MetaAudioSceParam>
-    <SceTyp>13</SceTyp>
-    <HomePosCustomMode>13.0,0.5,0.25</HomePosCustomMode>
-  </MetaAudioSceParam>
-</filter-conf>
-)";
 
 ChildProcess::Options serviceOptions(const DeviceRoot& root, const std::vector<std::string>& args,
                                      const std::map<std::string, std::string>& environment) {
@@ -78,7 +59,8 @@ const std::vector<std::string>& speakerProduct() {
 }
 
 DeviceRoot::DeviceRoot() {
-    (void)mFolder.write("system_ext/etc/Meta_Audio_Policy.xml", kPolicy);
+    (void)mFolder.write("system_ext/etc/Meta_Audio_Policy.xml",
+                        readFile(projectFile("tests/data/policy/two-scenes.xml")));
     grant({kGrantedUid});
 }
 

@@ -8,31 +8,12 @@
 #include <cutils/properties.h>
 #include <utils/Errors.h>
 
+#include "support/ProjectFile.h"
+
 namespace sonorel::test {
 
 using android::IPCThreadState;
 using android::binder::Status;
-
-const char kPolicy[] = R"(<?xml version="1.0" encoding="utf-8"?>
-<filter-conf>
-  <filter-name>meta_audio_policy</filter-name>
-  <version>20240601</version>
-  <MetaAudioItem>
-    <name>com.example.player</name><scene>3</scene><pos>0.0,1.0,-0.5</pos>
-  </MetaAudioItem>
-  <MetaAudioItem><name>com.example.game</name></MetaAudioItem>
-  <MetaAudioSceParam>
-    <SceTyp>1</SceTyp>
-    <HomePosCustomMode>1.0,2.0,3.0</HomePosCustomMode>
-    <HomePosCustomModeSpk>-1.0,-2.0,-3.0</HomePosCustomModeSpk>
-  </MetaAudioSceParam>
-  <MetaAudioSceParam>
-    <SceTyp>13</SceTyp>
-    <HomePosCustomMode>13.0,0.5,0.25</HomePosCustomMode>
-  </MetaAudioSceParam>
-  <UnsupportDeviceItem><name>old-dongle</name></UnsupportDeviceItem>
-</filter-conf>
-)";
 
 namespace {
 
@@ -141,7 +122,8 @@ ServiceTest::ServiceTest() {
     char* folder = ::getcwd(nullptr, 0);
     mOldFolder = folder;
     std::free(folder);
-    (void)mRoot.write("system_ext/etc/Meta_Audio_Policy.xml", kPolicy);
+    (void)mRoot.write("system_ext/etc/Meta_Audio_Policy.xml",
+                      readFile(projectFile("tests/data/policy/two-scenes.xml")));
     EXPECT_EQ(0, ::setenv("SONOREL_DEVICE_ROOT", mRoot.path().c_str(), 1));
     EXPECT_EQ(0, ::chdir(mRoot.path().c_str()));
     product(false);

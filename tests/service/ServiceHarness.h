@@ -115,7 +115,4 @@ private:
     std::vector<int8_t> mClientIds;
 };
 
-// A policy with home positions for two scenes and two packages.
-extern const char kPolicy[];
-
 }  // namespace sonorel::test
