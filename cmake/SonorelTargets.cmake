@@ -81,11 +81,12 @@ function(sonorel_corpus_test name)
 endfunction()
 
 # Debian's libutils is not built for the thread sanitizer, so the ordering that a reference count
-# gives is invisible to it. In that build the two counting functions are wrapped at link time.
+# gives is invisible to it. In that build the counting functions are wrapped at link time.
 function(sonorel_teach_sanitizer name)
     if(SONOREL_SANITIZER STREQUAL "thread")
         target_sources(${name} PRIVATE ${CMAKE_SOURCE_DIR}/cmake/ThreadSanitizerRefBase.cpp)
-        foreach(symbol _ZNK7android7RefBase9incStrongEPKv _ZNK7android7RefBase9decStrongEPKv)
+        foreach(symbol _ZNK7android7RefBase9incStrongEPKv _ZNK7android7RefBase9decStrongEPKv
+                _ZN7android7RefBase15onLastStrongRefEPKv)
             target_link_options(${name} PRIVATE -Wl,--wrap=${symbol})
         endforeach()
         target_link_libraries(${name} PRIVATE android::utils)

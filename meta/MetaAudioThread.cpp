@@ -15,7 +15,11 @@ constexpr useconds_t kTickPeriodUs = 8000;
 MetaAudioThread::MetaAudioThread(const sp<SonorelService>& service)
         : Thread(false /*canCallJava*/), mService(service) {}
 
-MetaAudioThread::~MetaAudioThread() = default;
+MetaAudioThread::~MetaAudioThread() {
+    // A thread holds this object until it ends, so this never waits: it takes the lock under which
+    // the thread said that it ended.
+    (void)join();
+}
 
 void MetaAudioThread::requestExit() {
     Thread::requestExit();

@@ -52,7 +52,7 @@ TEST(ChildProcess, SignalsAndMissingProgram) {
     EXPECT_EQ(SIGTERM, status->signal);
 
     ChildProcess missing({"/no/such/program", {}, {}, std::nullopt, ""});
-    EXPECT_EQ(127, missing.wait()->code);
+    EXPECT_EQ(127, missing.wait()->code) << missing.errors();
     EXPECT_NE(std::string::npos, missing.errors().find("No such file"));
 }
 
