@@ -1,10 +1,15 @@
 #include "JsonWriter.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <utility>
 
 namespace android {
 namespace {
+
+// Holds any number in its shortest form.
+constexpr size_t kNumberBytes = 32;
 
 constexpr std::string_view kReplacement = "\xEF\xBF\xBD";
 
@@ -45,65 +50,29 @@ bool isPlain(unsigned char byte) {
     return byte >= 0x20 && byte < 0x80 && byte != '"' && byte != '\\';
 }
 
-void appendEscaped(unsigned char byte, std::string* out) {
-    switch (byte) {
-        case '"':
-            *out += "\\\"";
-            return;
-        case '\\':
-            *out += "\\\\";
-            return;
-        case '\n':
-            *out += "\\n";
-            return;
-        case '\r':
-            *out += "\\r";
-            return;
-        case '\t':
-            *out += "\\t";
-            return;
-        default:
-            break;
-    }
-    constexpr char kHex[] = "0123456789abcdef";
-    *out += "\\u00";
-    *out += kHex[byte >> 4];
-    *out += kHex[byte & 0xF];
-}
-
 }  // namespace
 
-void JsonWriter::separate() {
-    if (mNeedComma) mText += ',';
-    mNeedComma = true;
+void JsonWriter::grow(size_t bytes) {
+    const size_t capacity = std::max(2 * mCapacity, mSize + bytes);
+    std::unique_ptr<char[]> text(new char[capacity]);
+    std::memcpy(text.get(), mText.get(), mSize);
+    mText = std::move(text);
+    mCapacity = capacity;
 }
 
 void JsonWriter::open(char bracket) {
     separate();
-    mText += bracket;
+    append(bracket);
     mNeedComma = false;
 }
 
 void JsonWriter::close(char bracket) {
-    mText += bracket;
+    append(bracket);
     mNeedComma = true;
 }
 
-void JsonWriter::raw(std::string_view token) {
-    separate();
-    mText += token;
-}
-
-void JsonWriter::key(std::string_view plainName) {
-    separate();
-    mText += '"';
-    mText += plainName;
-    mText += "\":";
-    mNeedComma = false;
-}
-
 void JsonWriter::key(int number) {
-    char digits[16];
+    char digits[kNumberBytes];
     const auto end = std::to_chars(digits, digits + sizeof(digits), number).ptr;
     key(std::string_view(digits, static_cast<size_t>(end - digits)));
 }
@@ -111,14 +80,14 @@ void JsonWriter::key(int number) {
 void JsonWriter::keyBytes(std::string_view bytes) {
     separate();
     quoted(bytes);
-    mText += ':';
+    append(':');
     mNeedComma = false;
 }
 
 void JsonWriter::value(int32_t number) {
-    char digits[16];
-    const auto end = std::to_chars(digits, digits + sizeof(digits), number).ptr;
-    raw({digits, static_cast<size_t>(end - digits)});
+    separate();
+    char* const at = claim(kNumberBytes);
+    finish(std::to_chars(at, at + kNumberBytes, number).ptr);
 }
 
 void JsonWriter::value(float number) {
@@ -126,9 +95,9 @@ void JsonWriter::value(float number) {
     if (std::isinf(number)) return raw(number > 0 ? "\"Infinity\"" : "\"-Infinity\"");
     // Readers that take "-0" for an integer would lose the sign.
     if (number == 0.0f && std::signbit(number)) return raw("-0.0");
-    char digits[32];
-    const auto end = std::to_chars(digits, digits + sizeof(digits), number).ptr;
-    raw({digits, static_cast<size_t>(end - digits)});
+    separate();
+    char* const at = claim(kNumberBytes);
+    finish(std::to_chars(at, at + kNumberBytes, number).ptr);
 }
 
 void JsonWriter::valueBytes(std::string_view bytes) {
@@ -136,27 +105,48 @@ void JsonWriter::valueBytes(std::string_view bytes) {
     quoted(bytes);
 }
 
+void JsonWriter::appendEscaped(unsigned char byte) {
+    switch (byte) {
+        case '"':
+            return append("\\\"");
+        case '\\':
+            return append("\\\\");
+        case '\n':
+            return append("\\n");
+        case '\r':
+            return append("\\r");
+        case '\t':
+            return append("\\t");
+        default:
+            break;
+    }
+    constexpr char kHex[] = "0123456789abcdef";
+    append("\\u00");
+    append(kHex[byte >> 4]);
+    append(kHex[byte & 0xF]);
+}
+
 void JsonWriter::quoted(std::string_view bytes) {
-    mText += '"';
+    append('"');
     while (!bytes.empty()) {
         size_t plain = 0;
         while (plain < bytes.size() && isPlain(static_cast<unsigned char>(bytes[plain])))
             ++plain;
-        mText += bytes.substr(0, plain);
+        append(bytes.substr(0, plain));
         bytes.remove_prefix(plain);
         if (bytes.empty()) break;
 
         const size_t length = sequenceLength(bytes);
         if (length > 1) {
-            mText += bytes.substr(0, length);
+            append(bytes.substr(0, length));
         } else if (length == 1) {
-            appendEscaped(static_cast<unsigned char>(bytes[0]), &mText);
+            appendEscaped(static_cast<unsigned char>(bytes[0]));
         } else {
-            mText += kReplacement;
+            append(kReplacement);
         }
         bytes.remove_prefix(length > 0 ? length : 1);
     }
-    mText += '"';
+    append('"');
 }
 
 }  // namespace android
