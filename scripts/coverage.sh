@@ -8,4 +8,4 @@ find build/coverage -name '*.gcda' -delete
 ctest --test-dir build/coverage --output-on-failure --no-tests=error -LE soak -j 2 >/dev/null ||
     fail "tests failed in the coverage build"
 gcovr --root . --object-directory build/coverage --filter '(service|policy|meta|mss|game|params)/' \
-    --gcov-ignore-parse-errors --print-summary --sort-uncovered
+    --exclude-directories '.*/CMakeFiles/[0-9.]+' --gcov-ignore-parse-errors --print-summary --sort-uncovered

@@ -92,6 +92,8 @@ sp<SonorelService::CallbackClient> SonorelService::findClient(int8_t clientId) c
     return mClients.valueFor(clientId);
 }
 
+// The record comes by value, as every sender hands over its own.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 void SonorelService::callClient(int8_t clientId, int32_t event, CallbackData in,
                                 CallbackData* answer) {
     Mutex::Autolock lock(mClientLock);

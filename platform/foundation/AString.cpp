@@ -1,11 +1,11 @@
 #include <media/stagefright/foundation/AString.h>
 
 #include <algorithm>
-#include <array>
 #include <cctype>
-#include <cstdio>
+#include <cstdarg>
 #include <cstring>
-#include <vector>
+
+#include <utils/String8.h>
 
 namespace android {
 
@@ -48,14 +48,9 @@ void AString::tolower() {
 AString AStringPrintf(const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    va_list again;
-    va_copy(again, arguments);
-    const int size = vsnprintf(nullptr, 0, format, arguments);
+    const String8 text = String8::formatV(format, arguments);
     va_end(arguments);
-    std::vector<char> text(size < 0 ? 1 : static_cast<size_t>(size) + 1);
-    if (size > 0) vsnprintf(text.data(), text.size(), format, again);
-    va_end(again);
-    return {text.data(), text.size() - 1};
+    return {text.c_str(), text.size()};
 }
 
 }  // namespace android

@@ -5,7 +5,6 @@
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <memory>
@@ -176,12 +175,11 @@ void addSettingsVerb(CLI::App& app, const Globals&, Action* outAction) {
         bool json = false;
     };
     const auto options = std::make_shared<Options>();
-    const char* const root = std::getenv("SONOREL_DEVICE_ROOT");
-    options->root = root == nullptr ? "" : root;
     CLI::App* const verb = app.add_subcommand(
             "settings",
             "Tells what the settings database of a device root holds; needs no service");
-    verb->add_option("--root", options->root, "Device root (default: $SONOREL_DEVICE_ROOT, else /)")
+    verb->add_option("--root", options->root, "Device root (default: /)")
+            ->envname("SONOREL_DEVICE_ROOT")
             ->type_name("DIR")
             ->check(CLI::ExistingDirectory);
     verb->add_flag("--json", options->json, "One JSON object, by user");
