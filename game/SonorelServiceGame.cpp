@@ -10,7 +10,6 @@ namespace android {
 
 binder::Status SonorelService::setFastGameEffectOn(const std::string& pkgName, int32_t value,
                                                    int32_t* result) {
-    SONOREL_LOGD("%s +++", __func__);
     if (!isAllowedFindHalvend()) return binder::Status::ok();
     *result = -1;
     if (!gSupportFastGameEffect || !isSwitchablePkg(pkgName)) return binder::Status::ok();
@@ -47,7 +46,6 @@ int SonorelService::setFastGameEffectOnInt(const std::string& pkgName, int32_t v
 }
 
 binder::Status SonorelService::getFastGameEffectOn(const std::string& pkgName, int32_t* value) {
-    SONOREL_LOGD("%s +++", __func__);
     *value = -1;  // what a refused caller gets as well
     if (!isAllowedFindHalvend() || !gSupportFastGameEffect) return binder::Status::ok();
     Mutex::Autolock leaf(mGameLock);
@@ -84,7 +82,6 @@ binder::Status SonorelService::loadPkgSwitchInFastSql(std::string* mapString) {
 }
 
 binder::Status SonorelService::syncGameListInfo(const std::string& moduleInfo) {
-    SONOREL_LOGD("%s +++", __func__);
     if (!isAllowedFindHalvend()) return binder::Status::ok();
     syncGameListInfoInt(moduleInfo);
     return binder::Status::ok();

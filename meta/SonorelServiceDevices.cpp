@@ -12,8 +12,8 @@
 namespace android {
 
 binder::Status SonorelService::setCurrentUserID(int32_t userId) {
-    SONOREL_LOGD("%s +++", __func__);
     if (!isAllowedFindHalvend()) return binder::Status::ok();
+    SONOREL_LOGD("%s +++", __func__);
     Mutex::Autolock lock(mUserLock);
     // The three stores compare against the same old user: only the settings store's switch, last,
     // makes the new one current.

@@ -58,12 +58,14 @@ binder::Status SonorelService::notitySpHeadsetConnectionState(bool isConnected) 
     mMssCurrentOutputDevice = isConnected ? 1 : 0;
     if (isConnected == wasConnected) return binder::Status::ok();
 
+    if (mSupportSpeaker && mMetaInfoSqliteUtil != nullptr) {
+        awaitStoreWrites();  // what was set for the old device is stored for the old device
+    }
     const int8_t device = isConnected ? kDeviceHeadset : kDeviceSpeaker;
     mCurrentDevice = device;
     if (mSupportSpeaker) {
         if (mMetaInfoSqliteUtil != nullptr) {
             mIsHeadSetConnected = isConnected;
-            awaitStoreWrites();  // what was set for the old device is stored for the old device
             mMetaInfoSqliteUtil->setCurrentDevice(device);
             initCustomDefaultSceneHomePos();
             initQeltoMetaAudio(false);

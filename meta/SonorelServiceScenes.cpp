@@ -28,8 +28,8 @@ const float* homePos(const MetaSceInfForParseXml& record, bool speaker) {
 }  // namespace
 
 binder::Status SonorelService::javaCallSetCurrentPos(int32_t scene, const std::vector<float>& pos) {
-    SONOREL_LOGD("%s +++", __func__);
     if (!isAllowedFindHalvend() || pos.size() < kPosSize) return binder::Status::ok();
+    SONOREL_LOGD("%s +++", __func__);
     if (isMetaAudioCanWork()) {
         setCurrentPosInt(scene, pos);
     }

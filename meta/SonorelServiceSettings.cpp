@@ -8,8 +8,8 @@
 namespace android {
 
 binder::Status SonorelService::setMetaAudioOn(bool on, int32_t* status) {
-    SONOREL_LOGD("%s +++", __func__);
     if (!isAllowedFindHalvend()) return binder::Status::ok();
+    SONOREL_LOGD("%s +++", __func__);
     if (isMetaAudioCanWork()) {
         *status = setMetaAudioOnInt(on);
     }
@@ -21,8 +21,8 @@ binder::Status SonorelService::setMetaAudioOn(bool on, int32_t* status) {
 }
 
 binder::Status SonorelService::setMetaAudioMode(int8_t mode, int32_t* status) {
-    SONOREL_LOGD("%s +++", __func__);
     if (!isAllowedFindHalvend()) return binder::Status::ok();
+    SONOREL_LOGD("%s +++", __func__);
     if (isMetaAudioCanWork()) {
         *status = setMetaAudioModeInt(mode);
     }
@@ -125,8 +125,7 @@ int8_t SonorelService::askMetaAudioMode(const char* method) {
 
 binder::Status SonorelService::setMetaAudioOnWithDev(bool on, int8_t device, int32_t* status) {
     SONOREL_LOGD("%s +++", __func__);
-    const bool live = !justChangeDataBase(device);
-    if (live && isMetaAudioCanWork()) {
+    if (isMetaAudioCanWork() && !justChangeDataBase(device)) {
         *status = setMetaAudioOnInt(on);
     }
     if (canDeferStoreWrites()) {
@@ -135,7 +134,8 @@ binder::Status SonorelService::setMetaAudioOnWithDev(bool on, int8_t device, int
         msg->setInt32("meta_dev", device);
         msg->post();
     }
-    if (live) {
+    // Asked again: the headset may have come or gone while the renderer thought.
+    if (!justChangeDataBase(device)) {
         mMetaAudioOn = on;
     }
     return binder::Status::ok();

@@ -15,8 +15,8 @@ constexpr size_t kTrackCount = 4;
 
 binder::Status SonorelService::setMssTracksGain(const std::string& pkgName,
                                                 const std::vector<float>& gains, int32_t* result) {
-    SONOREL_LOGD("%s +++", __func__);
     if (!isAllowedFindHalvend() || gains.size() < kTrackCount) return binder::Status::ok();
+    SONOREL_LOGD("%s +++", __func__);
     {
         Mutex::Autolock leaf(mMssLock);
         std::copy_n(gains.begin(), kTrackCount, mMssTracksGain.begin());
@@ -39,8 +39,8 @@ void SonorelService::setMssTracksGainInt(const std::string& pkgName,
 
 binder::Status SonorelService::getMssTracksGain(const std::string&, std::vector<float>* gains,
                                                 int32_t* result) {
-    SONOREL_LOGD("%s +++", __func__);
     if (!isAllowedFindHalvend() || gains->size() < kTrackCount) return binder::Status::ok();
+    SONOREL_LOGD("%s +++", __func__);
     *result = 0;
     Mutex::Autolock leaf(mMssLock);
     std::copy(mMssTracksGain.begin(), mMssTracksGain.end(), gains->begin());
@@ -48,8 +48,8 @@ binder::Status SonorelService::getMssTracksGain(const std::string&, std::vector<
 }
 
 binder::Status SonorelService::setMssSpatialRenderMode(int32_t mode, int32_t* result) {
-    SONOREL_LOGD("%s +++", __func__);
     if (!isAllowedFindHalvend()) return binder::Status::ok();
+    SONOREL_LOGD("%s +++", __func__);
     setMssSpatialRenderModeInt(mode);
     *result = 0;
     mMssSpatialRenderMode = mode;

@@ -68,8 +68,15 @@ SonorelService::SonorelService() {
     mLooper = new ALooper();
     mSpHandler = new SpHandler(mMetaInfoSqliteUtil);
     mLooper->setName("SpHandler");
-    mLooper->start(false /*runOnCallingThread*/, false /*canCallJava*/, ANDROID_PRIORITY_AUDIO);
+    const status_t started = mLooper->start(false /*runOnCallingThread*/, false /*canCallJava*/,
+                                            ANDROID_PRIORITY_AUDIO);
     mLooper->registerHandler(mSpHandler);
+    if (started != OK) {
+        // Without its thread nothing posted would ever be done, and who waits for it would hang.
+        SONOREL_LOGE("%s: no looper thread, ret=%d", __func__, started);
+        mSpHandler.clear();
+        mLooper.clear();
+    }
     mIsAudioxMerge = isAudioxMergeProduct();
 }
 
@@ -125,9 +132,10 @@ void SonorelService::onAudioServerDied() {
 }
 
 int SonorelService::onAudioServerRestarted() {
+    // Taken down first: a death during the push raises it again.
+    mNeedInitMetaAudio = false;
     initQeltoMetaAudio(true);
     initMss();
-    mNeedInitMetaAudio = false;
     return 0;
 }
 

@@ -279,7 +279,12 @@ private:
     // 3 Clients
     void addClientLocked(const sp<IHalvendClient>& client, int8_t clientId) REQUIRES(mClientLock);
     size_t removeClientLocked(int8_t clientId) REQUIRES(mClientLock) EXCLUDES(mClientTableLock);
-    void pushSettingsToNewClient(int8_t clientId);
+    void unregisterClientLocked(int8_t clientId) REQUIRES(mClientLock);
+    // The end of a client by its own death, after which client 1 is owed the settings again.
+    void dropDeadClient(int8_t clientId) EXCLUDES(mClientLock);
+    // True when the registered client has to get the stored settings, and no one else gives them.
+    bool takeOwedSettingsLocked(int8_t clientId) REQUIRES(mClientLock);
+    void pushSettings(int8_t clientId) EXCLUDES(mClientLock);
     // 4 Policy
     std::shared_ptr<const PolicyTables> policyTables() const;
     std::shared_ptr<const MssTables> mssTables() const;

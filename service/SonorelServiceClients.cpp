@@ -12,10 +12,7 @@ SonorelService::CallbackClient::CallbackClient(const sp<SonorelService>& service
 SonorelService::CallbackClient::~CallbackClient() = default;
 
 void SonorelService::CallbackClient::binderDied(const wp<IBinder>&) {
-    (void)mService->unregisterClient(mClientId);  // always ok
-    if (mClientId == IHalvendClient::CLIENT_ID_META_AUDIO) {
-        mService->mNeedInitMetaAudio = true;
-    }
+    mService->dropDeadClient(mClientId);
 }
 
 binder::Status SonorelService::registerClient(const sp<IHalvendClient>& client, int8_t clientId) {
@@ -23,6 +20,7 @@ binder::Status SonorelService::registerClient(const sp<IHalvendClient>& client, 
         SONOREL_LOGE("%s, client is null, client id: %d", __func__, clientId);
         return binder::Status::ok();
     }
+    bool owedSettings = false;
     {
         SONOREL_LOGD("%s from: %d", __func__, clientId);
         Mutex::Autolock lock(mClientLock);
@@ -30,8 +28,11 @@ binder::Status SonorelService::registerClient(const sp<IHalvendClient>& client, 
         if (findClient(clientId) == nullptr) {
             addClientLocked(client, clientId);
         }
+        owedSettings = takeOwedSettingsLocked(clientId);
     }
-    pushSettingsToNewClient(clientId);
+    if (owedSettings) {
+        pushSettings(clientId);
+    }
     return binder::Status::ok();
 }
 
@@ -60,15 +61,22 @@ size_t SonorelService::removeClientLocked(int8_t clientId) {
     return mClients.size();
 }
 
-void SonorelService::pushSettingsToNewClient(int8_t clientId) {
-    // The flags are taken down before the push: a client that dies during it raises its flag again,
-    // and the next registration still gets the settings.
-    if (clientId == IHalvendClient::CLIENT_ID_META_AUDIO && mNeedInitMetaAudio.exchange(false)) {
+bool SonorelService::takeOwedSettingsLocked(int8_t clientId) {
+    if (findClient(clientId) == nullptr) return false;  // it died, and the next one gets them
+    if (clientId == IHalvendClient::CLIENT_ID_META_AUDIO) {
+        // Taken down before the push, under the lock under which a death raises it: a client that
+        // dies from now on leaves its successor the settings.
+        return mNeedInitMetaAudio.exchange(false);
+    }
+    return clientId == IHalvendClient::CLIENT_ID_EFFECT_CENTER && mSupportSpeaker &&
+           mNeedInitEffectCenter;
+}
+
+void SonorelService::pushSettings(int8_t clientId) {
+    if (clientId == IHalvendClient::CLIENT_ID_META_AUDIO) {
         initQeltoMetaAudio(true);
         initMss();
-    }
-    if (clientId == IHalvendClient::CLIENT_ID_EFFECT_CENTER && mSupportSpeaker &&
-        mNeedInitEffectCenter) {
+    } else {
         initAudioEffectCenter();
     }
 }
@@ -82,9 +90,22 @@ binder::Status SonorelService::registerClientOneWay(const sp<IHalvendClient>& cl
 binder::Status SonorelService::unregisterClient(int8_t clientId) {
     sp<CallbackClient> keptUntilUnlocked = findClient(clientId);
     Mutex::Autolock lock(mClientLock);
-    const size_t size = removeClientLocked(clientId);
-    SONOREL_LOGD("%s client id: %d size: %zu", __func__, clientId, size);
+    unregisterClientLocked(clientId);
     return binder::Status::ok();
+}
+
+void SonorelService::dropDeadClient(int8_t clientId) {
+    sp<CallbackClient> keptUntilUnlocked = findClient(clientId);
+    Mutex::Autolock lock(mClientLock);
+    unregisterClientLocked(clientId);
+    if (clientId == IHalvendClient::CLIENT_ID_META_AUDIO) {
+        mNeedInitMetaAudio = true;
+    }
+}
+
+void SonorelService::unregisterClientLocked(int8_t clientId) {
+    const size_t size = removeClientLocked(clientId);
+    SONOREL_LOGD("%s client id: %d size: %zu", "unregisterClient", clientId, size);
 }
 
 sp<SonorelService::CallbackClient> SonorelService::findClient(int8_t clientId) const {

@@ -52,27 +52,12 @@ int connectTo(ConnectionKind kind, bool greeted, const ProcessName& name) {
     if (connect(fd, reinterpret_cast<sockaddr*>(&to), sizeof(to)) != 0) abort();
     // What never comes back is found as a time-out of the fuzzer.
     if (!greeted) return fd;
-    Greeting greeting = {kGreetingMagic, kGreetingVersion, kind, 0, name};
-    iovec part = {&greeting, sizeof(greeting)};
-    msghdr message = {};
-    message.msg_iov = &part;
-    message.msg_iovlen = 1;
-    alignas(cmsghdr) char ancillary[CMSG_SPACE(sizeof(int))] = {};
     static const int sPage = [] {
         const int page = memfd_create("page", MFD_CLOEXEC | MFD_ALLOW_SEALING);
         if (ftruncate(page, 4096) != 0 || fcntl(page, F_ADD_SEALS, F_SEAL_SHRINK) != 0) abort();
         return page;
     }();
-    if (kind == ConnectionKind::ONE_WAY) {
-        message.msg_control = ancillary;
-        message.msg_controllen = sizeof(ancillary);
-        cmsghdr* const header = CMSG_FIRSTHDR(&message);
-        header->cmsg_level = SOL_SOCKET;
-        header->cmsg_type = SCM_RIGHTS;
-        header->cmsg_len = CMSG_LEN(sizeof(int));
-        memcpy(CMSG_DATA(header), &sPage, sizeof(sPage));
-    }
-    if (sendmsg(fd, &message, MSG_NOSIGNAL) != sizeof(greeting)) abort();
+    if (!sendGreeting(fd, kind, name, kind == ConnectionKind::ONE_WAY ? sPage : -1)) abort();
     return fd;
 }
 

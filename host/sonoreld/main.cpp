@@ -24,8 +24,8 @@ namespace {
 constexpr int kExitFailure = 1;
 
 // Leaves at once, without static destructors: binder threads may be inside calls for as long as a
-// client pleases, and would lose what they use. Every setting that was acknowledged is already in
-// the store.
+// client pleases, and would lose what they use. Settings that the store has acknowledged are kept;
+// what was only posted to the looper is dropped, as when the looper stops.
 [[noreturn]] void leave(int code) {
     (void)fflush(stdout);
     (void)fflush(stderr);

@@ -47,20 +47,9 @@ int readSwitches(const SettingsDatabase& database, int32_t user, StoredSwitches*
     return result == SQLITE_DONE ? SQLITE_OK : result;
 }
 
-// What a package that is not stored yet starts with.
-int firstValue(const std::map<std::string, int>& known, const std::string& pkg) {
-    const auto found = known.find(pkg);
-    return found == known.end() ? 0 : std::max(found->second, 0);
-}
-
 // Writes the rows that differ from what the list asks for.
 int writeDifferences(const SettingsDatabase& database, int32_t user, const StoredSwitches& stored,
-                     const std::set<std::string>& listed, const std::map<std::string, int>& known) {
-    const auto add = [&](const std::string& pkg, bool isListed) {
-        Statement insert(database.statement(kAdd));
-        insert.bind(1, user).bindText(2, pkg).bind(3, firstValue(known, pkg)).bind(4, isListed);
-        return insert.run();
-    };
+                     const std::set<std::string>& listed) {
     for (const auto& [pkg, entry] : stored) {
         const bool isListed = listed.count(pkg) != 0;
         if (isListed == entry.listed) continue;
@@ -70,11 +59,9 @@ int writeDifferences(const SettingsDatabase& database, int32_t user, const Store
     }
     for (const std::string& pkg : listed) {
         if (stored.count(pkg) != 0) continue;
-        if (const int result = add(pkg, true); result != SQLITE_OK) return result;
-    }
-    for (const auto& [pkg, value] : known) {
-        if (stored.count(pkg) != 0 || listed.count(pkg) != 0) continue;
-        if (const int result = add(pkg, false); result != SQLITE_OK) return result;
+        Statement insert(database.statement(kAdd));
+        const int result = insert.bind(1, user).bindText(2, pkg).bind(3, 0).bind(4, true).run();
+        if (result != SQLITE_OK) return result;
     }
     return SQLITE_OK;
 }
@@ -115,7 +102,7 @@ void FgeDatabase::setFastGameEffectOn(const std::string& pkgName, int value) {
 }
 
 void FgeDatabase::updateDataBase(const std::vector<std::string>& pkgs,
-                                 const std::map<std::string, int>& known) {
+                                 const std::map<std::string, int>& /*known*/) {
     const int32_t user = mCurrentUserId;
     const std::set<std::string> listed(pkgs.begin(), pkgs.end());
     Mutex::Autolock lock(mLock);
@@ -124,7 +111,7 @@ void FgeDatabase::updateDataBase(const std::vector<std::string>& pkgs,
         int result = transaction.begin();
         StoredSwitches stored;
         if (result == SQLITE_OK) result = readSwitches(database, user, &stored);
-        if (result == SQLITE_OK) result = writeDifferences(database, user, stored, listed, known);
+        if (result == SQLITE_OK) result = writeDifferences(database, user, stored, listed);
         return result == SQLITE_OK ? transaction.commit() : result;
     });
 }

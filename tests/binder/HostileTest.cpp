@@ -44,23 +44,7 @@ public:
     }
 
     void greet(ConnectionKind kind, const ProcessName& name, int descriptor = -1) {
-        Greeting greeting = {kGreetingMagic, kGreetingVersion, kind, 0, name};
-        iovec part = {&greeting, sizeof(greeting)};
-        msghdr message = {};
-        message.msg_iov = &part;
-        message.msg_iovlen = 1;
-        alignas(cmsghdr) char ancillary[CMSG_SPACE(sizeof(int))] = {};
-        if (descriptor >= 0) {
-            message.msg_control = ancillary;
-            message.msg_controllen = sizeof(ancillary);
-            cmsghdr* const header = CMSG_FIRSTHDR(&message);
-            header->cmsg_level = SOL_SOCKET;
-            header->cmsg_type = SCM_RIGHTS;
-            header->cmsg_len = CMSG_LEN(sizeof(int));
-            memcpy(CMSG_DATA(header), &descriptor, sizeof(descriptor));
-        }
-        EXPECT_EQ(static_cast<ssize_t>(sizeof(greeting)),
-                  sendmsg(mSocket.get(), &message, MSG_NOSIGNAL));
+        EXPECT_TRUE(sendGreeting(mSocket.get(), kind, name, descriptor));
     }
 
     void send(const void* bytes, size_t size) {

@@ -66,6 +66,28 @@ TEST_F(Clients, RendererGetsTheSettingsOnceAndAgainAfterItsDeath) {
     EXPECT_EQ(13U, mEvents.count(1, IHalvendClient::CB_SET_CURRENT_POS));
 }
 
+// What a proxy answers whose process has ended.
+class DeadClient : public FakeClient {
+public:
+    using FakeClient::FakeClient;
+    android::status_t linkToDeath(const sp<DeathRecipient>&, void*, uint32_t) override {
+        return android::DEAD_OBJECT;
+    }
+};
+
+TEST_F(Clients, OneThatDiedWhileItRegisteredLeavesTheSettingsToTheNext) {
+    product(true);
+    start();
+    for (const int8_t id : {1, 4}) {
+        SCOPED_TRACE(int{id});
+        ASSERT_TRUE(mService->registerClient(new DeadClient(id, &mEvents), id).isOk());
+        EXPECT_EQ(nullptr, mService->findClient(id).get());
+        EXPECT_TRUE(mEvents.takeLines().empty());
+        addClient(id);
+        EXPECT_FALSE(mEvents.takeLines().empty());
+    }
+}
+
 TEST_F(Clients, EffectCentreGetsOnOffAndModeOnSpeakerProductsOnly) {
     start();
     addClient(4);

@@ -20,32 +20,14 @@ constexpr size_t kMaxControlBacklog = size_t{4} * 1024 * 1024;
 /** A dying process closes its sockets one after the other; this long is waited for the next. */
 constexpr int kEndGraceMilliseconds = 100;
 
-}  // namespace
-
-status_t sendGreeting(const Connection& connection, int descriptor) {
-    Greeting greeting = {};
-    greeting.magic = kGreetingMagic;
-    greeting.version = kGreetingVersion;
-    greeting.kind = connection.kind();
-    greeting.sender = Transport::get().self();
-    iovec part = {&greeting, sizeof(greeting)};
-    msghdr message = {};
-    message.msg_iov = &part;
-    message.msg_iovlen = 1;
-    alignas(cmsghdr) char ancillary[CMSG_SPACE(sizeof(int))] = {};
-    if (descriptor >= 0) {
-        message.msg_control = ancillary;
-        message.msg_controllen = sizeof(ancillary);
-        cmsghdr* const header = CMSG_FIRSTHDR(&message);
-        header->cmsg_level = SOL_SOCKET;
-        header->cmsg_type = SCM_RIGHTS;
-        header->cmsg_len = CMSG_LEN(sizeof(int));
-        memcpy(CMSG_DATA(header), &descriptor, sizeof(descriptor));
-    }
-    // A fresh socket has room for a greeting, always.
-    const ssize_t sent = sendmsg(connection.fd(), &message, MSG_NOSIGNAL | MSG_DONTWAIT);
-    return sent == sizeof(greeting) ? OK : DEAD_OBJECT;
+/** Introduces this process on a connection that it opened. */
+status_t introduce(const Connection& connection, int descriptor) {
+    const bool sent =
+            sendGreeting(connection.fd(), connection.kind(), Transport::get().self(), descriptor);
+    return sent ? OK : DEAD_OBJECT;
 }
+
+}  // namespace
 
 status_t Peer::openLocked(ConnectionKind kind, ConnectionPtr* outConnection) {
     if (isDead()) return DEAD_OBJECT;
@@ -76,7 +58,7 @@ status_t Peer::borrowCall(ConnectionPtr* outConnection) {
         return status;
     }
     (*outConnection)->setPeer(shared_from_this());
-    return sendGreeting(**outConnection, -1);
+    return introduce(**outConnection, -1);
 }
 
 void Peer::returnCall(ConnectionPtr connection) {
@@ -106,7 +88,7 @@ status_t Peer::oneWayConnection(ConnectionPtr* outConnection) {
             return status;
         }
         connection->setPeer(shared_from_this());
-        if (const status_t status = sendGreeting(*connection, progress->fd()); status != OK) {
+        if (const status_t status = introduce(*connection, progress->fd()); status != OK) {
             return status;
         }
         mFlow.setProgress(std::move(progress));
@@ -263,7 +245,7 @@ PeerPtr Peers::reach(const ProcessName& name) {
     PeerPtr peer = meetLocked(name, connection->pid(), connection->uid());
     // A peer that greeted first is verified now; a second CONTROL connection does no harm.
     connection->setPeer(peer);
-    if (sendGreeting(*connection, -1) != OK) return nullptr;
+    if (introduce(*connection, -1) != OK) return nullptr;
     std::vector<ConnectionPtr> parked;
     if (!peer->attachControl(connection, &parked)) return nullptr;
     Transport::get().driver().adoptControl(connection, parked);

@@ -149,7 +149,4 @@ private:
     std::map<ProcessName, PeerPtr> mVerified GUARDED_BY(mLock);
 };
 
-/** Introduces this process on a connection that it opened. */
-[[nodiscard]] status_t sendGreeting(const Connection& connection, int descriptor);
-
 }  // namespace android::transport

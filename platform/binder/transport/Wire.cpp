@@ -5,6 +5,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <sys/random.h>
+#include <sys/socket.h>
 
 namespace android::transport {
 
@@ -36,6 +37,26 @@ bool ProcessName::parse(const std::string& text, ProcessName* outName) {
     if (name.toString() != text) return false;
     *outName = name;
     return true;
+}
+
+bool sendGreeting(int socket, ConnectionKind kind, const ProcessName& sender, int descriptor) {
+    Greeting greeting = {kGreetingMagic, kGreetingVersion, kind, 0, sender};
+    iovec part = {&greeting, sizeof(greeting)};
+    msghdr message = {};
+    message.msg_iov = &part;
+    message.msg_iovlen = 1;
+    alignas(cmsghdr) char ancillary[CMSG_SPACE(sizeof(int))] = {};
+    if (descriptor >= 0) {
+        message.msg_control = ancillary;
+        message.msg_controllen = sizeof(ancillary);
+        cmsghdr* const header = CMSG_FIRSTHDR(&message);
+        header->cmsg_level = SOL_SOCKET;
+        header->cmsg_type = SCM_RIGHTS;
+        header->cmsg_len = CMSG_LEN(sizeof(int));
+        memcpy(CMSG_DATA(header), &descriptor, sizeof(descriptor));
+    }
+    const ssize_t sent = sendmsg(socket, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
+    return sent == static_cast<ssize_t>(sizeof(greeting));
 }
 
 bool isSane(const FrameHeader& header) {

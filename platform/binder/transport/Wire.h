@@ -62,6 +62,13 @@ static_assert(sizeof(Greeting) == 32);
 constexpr uint32_t kGreetingMagic = 0x736e7262;
 constexpr uint32_t kGreetingVersion = 1;
 
+/**
+ * Greets as `sender` on a fresh socket, which always has room for that; a `descriptor` that is not
+ * negative goes along.
+ */
+[[nodiscard]] bool sendGreeting(int socket, ConnectionKind kind, const ProcessName& sender,
+                                int descriptor);
+
 enum class FrameType : uint16_t {
     REQUEST = 1,   // CALL, either direction: a nested call goes against the stream
     REPLY = 2,     // CALL

@@ -37,8 +37,7 @@ public:
 
     // Brings the store in line with the list of switchable packages: new ones are added with 0,
     // those that stay keep their values, those that left read as -1 until they return with their
-    // values. `known` are values that the caller holds; they count only for packages that the store
-    // does not have. All or nothing.
+    // values. The values that the caller knows are not needed: the store has them. All or nothing.
     void updateDataBase(const std::vector<std::string>& pkgs,
                         const std::map<std::string, int>& known) EXCLUDES(mLock);
 
