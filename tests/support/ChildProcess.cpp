@@ -16,6 +16,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "support/ProgramForOthers.h"
+
 namespace sonorel::test {
 namespace {
 
@@ -95,7 +97,13 @@ ChildProcess::ChildProcess(const Options& options) {
     const Pipe errors = makePipe();
     std::vector<std::string> args = options.args;
     args.insert(args.begin(), options.program);
-    std::vector<std::string> env = environmentWith(options.env);
+    std::map<std::string, std::string> changes = options.env;
+    if (options.uid && *options.uid != getuid()) {
+        const ProgramForOthers program = programForOthers(options.program);
+        args[0] = program.path;
+        if (!program.libraryPath.empty()) changes["LD_LIBRARY_PATH"] = program.libraryPath;
+    }
+    std::vector<std::string> env = environmentWith(changes);
     const std::vector<char*> argv = pointersTo(args);
     const std::vector<char*> envp = pointersTo(env);
 

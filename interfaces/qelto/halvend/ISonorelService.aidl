@@ -6,9 +6,10 @@ import qelto.halvend.IHalvendClient;
  * Spatial-audio policy and settings, published under the name "SonorelService".
  *
  * The order of the methods is the order of the transaction codes and never changes. Every method
- * answers with an ok status; a refused caller gets its outputs back as they were sent. Vectors that
- * a method fills are sized by the caller and are never resized by the service. Positions are three
- * floats x, y, z. "device" is a device class: 0 built-in speaker, 1 headset, -1 none given.
+ * answers with an ok status; the service does not touch the outputs of a refused caller, who reads
+ * false, 0 or empty (getFastGameEffectOn: -1). Vectors that a method fills are sized by the caller
+ * and are never resized by the service. Positions are three floats x, y, z.
+ * "device" is a device class: 0 built-in speaker, 1 headset, -1 none given.
  */
 interface ISonorelService {
     void testSonorelService();
