@@ -180,8 +180,8 @@ void MetaInfoSqliteUtil::getMetaInfoByScene(int scene, float* pos3, meta_devices
     });
 }
 
-void MetaInfoSqliteUtil::updateMetaInfoByScene(int scene, const float* pos3,
-                                               meta_devices_t device) {
+// NOLINTNEXTLINE(readability-non-const-parameter): the platform's signature
+void MetaInfoSqliteUtil::updateMetaInfoByScene(int scene, float* pos3, meta_devices_t device) {
     if (!isScene(__func__, scene, pos3)) return;
     Position position;
     memcpy(position.data(), pos3, sizeof(position));

@@ -105,8 +105,8 @@ TEST_F(StoreContract, PositionsComeBackBitForBit) {
     float oddNaN = 0;
     const uint32_t bits = 0xFFA12345;
     memcpy(&oddNaN, &bits, sizeof(bits));
-    const Position odd{oddNaN, -0.0f, std::numeric_limits<float>::denorm_min()};
-    const Position huge{std::numeric_limits<float>::infinity(), -FLT_MAX, 0.1f};
+    Position odd{oddNaN, -0.0f, std::numeric_limits<float>::denorm_min()};
+    Position huge{std::numeric_limits<float>::infinity(), -FLT_MAX, 0.1f};
     {
         const auto meta = openMeta();
         meta->updateMetaInfoByScene(1, odd.data(), 0);
@@ -119,7 +119,7 @@ TEST_F(StoreContract, PositionsComeBackBitForBit) {
 
 TEST_F(StoreContract, BadScenesAndDevicesAreRefusedWithALine) {
     const auto meta = openMeta();
-    const Position position{1, 2, 3};
+    Position position{1, 2, 3};
     for (const int scene : {0, -1, 14, INT_MIN, INT_MAX}) {
         const LogCapture log;
         meta->updateMetaInfoByScene(scene, position.data(), 0);

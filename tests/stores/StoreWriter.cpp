@@ -24,7 +24,7 @@ namespace {
     const sp<FgeDatabase> fge = new FgeDatabase(path);
     for (int i = first;; ++i) {
         const auto number = static_cast<float>(i);
-        const float position[] = {number, number, number};
+        float position[] = {number, number, number};
         meta->updateMetaInfoByScene(1 + i % 13, position, 0);
         mss->setSoundWidenMode(i);
         fge->setFastGameEffectOn("counter", i);

@@ -52,7 +52,8 @@ public:
     // pos3 points to three floats. They come back bit for bit, not-a-number included, and stay as
     // they are when the scene has no stored position.
     void getMetaInfoByScene(int scene, float* pos3, meta_devices_t device) EXCLUDES(mLock);
-    void updateMetaInfoByScene(int scene, const float* pos3, meta_devices_t device) EXCLUDES(mLock);
+    // Only reads them; the pointer is what the platform's own store asks for.
+    void updateMetaInfoByScene(int scene, float* pos3, meta_devices_t device) EXCLUDES(mLock);
 
     // Whether the current user and device still lack the product's home positions. False when that
     // cannot be read, so that a passing fault never overwrites a user's positions.
