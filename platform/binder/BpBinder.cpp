@@ -43,7 +43,9 @@ const String16& BpBinder::getInterfaceDescriptor() const {
 }
 
 bool BpBinder::isBinderAlive() const {
-    return mAlive.load(std::memory_order_acquire);
+    // The owner's end counts before the driver has come to each of its proxies: a caller who has
+    // been told of it finds every proxy dead.
+    return mAlive.load(std::memory_order_acquire) && !mOwner->isDead();
 }
 
 status_t BpBinder::pingBinder() {

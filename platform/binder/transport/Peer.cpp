@@ -17,11 +17,8 @@ namespace {
 constexpr size_t kMaxIdleCalls = 16;
 /** A peer that leaves this much unread on its CONTROL connection has stopped taking part. */
 constexpr size_t kMaxControlBacklog = size_t{4} * 1024 * 1024;
-/**
- * A dying process closes its sockets one after the other; this long is waited for the next, for a
- * busy machine may stop it between two. Only a connection that broke alone costs the whole time.
- */
-constexpr int kEndGraceMilliseconds = 500;
+/** A dying process closes its sockets one after the other; this long is waited for the next. */
+constexpr int kEndGraceMilliseconds = 100;
 
 /** Introduces this process on a connection that it opened. */
 status_t introduce(const Connection& connection, int descriptor) {
