@@ -115,13 +115,16 @@ void Acceptor::admit(Guest* guest) {
               connection->pid(), connection->uid());
         return;
     }
+    const bool brings = guest->descriptor.get() >= 0;
+    const std::shared_ptr<SharedPage> page =
+            brings ? SharedPage::adopt(guest->descriptor) : nullptr;
+    if (page == nullptr && (brings || greeting.kind == ConnectionKind::ONE_WAY)) {
+        ALOGE("Process %d shared no page of memory; ending the connection", connection->pid());
+        return;
+    }
+    if (greeting.kind != ConnectionKind::CONTROL) connection->setPage(page);
     if (greeting.kind == ConnectionKind::ONE_WAY) {
-        std::unique_ptr<ProgressPage> page = ProgressPage::adopt(std::move(guest->descriptor));
-        if (page == nullptr) {
-            ALOGE("Process %d sent no progress page; ending the connection", connection->pid());
-            return;
-        }
-        connection->setIntake(std::make_unique<OneWayIntake>(std::move(page)));
+        connection->setIntake(std::make_unique<OneWayIntake>(page));
     }
     PeerPtr peer = transport.peers().meet(greeting.sender, connection->pid(), connection->uid());
     connection->setPeer(peer);

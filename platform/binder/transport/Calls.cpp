@@ -57,13 +57,7 @@ status_t awaitReply(const std::shared_ptr<Connection>& shared, Parcel* reply) {
         Frame frame;
         switch (connection.input().next(&frame)) {
             case FrameInput::Result::PARTIAL: {
-                const ssize_t got = connection.input().receive(connection.fd(), 0);
-                if (got > 0) break;
-                // A pool's connections have a receive time-out, which means nothing here.
-                if (got == -EAGAIN) {
-                    connection.waitForInput();
-                    break;
-                }
+                if (connection.receive() > 0) break;
                 connection.end();
                 return DEAD_OBJECT;
             }
@@ -97,8 +91,12 @@ void noteLostConnection(const std::shared_ptr<Peer>& peer) {
 /** Sends a request and waits. False when nothing has left; then the connection is at rest still. */
 bool exchange(const std::shared_ptr<Connection>& connection, const OutFrame& frame, Parcel* reply,
               status_t* outStatus) {
+    connection->expect();
     *outStatus = connection->send(frame);
-    if (*outStatus == FAILED_TRANSACTION) return false;
+    if (*outStatus == FAILED_TRANSACTION) {
+        connection->expectNothing();
+        return false;
+    }
     if (*outStatus == OK) {
         *outStatus = awaitReply(connection, reply);
     } else {

@@ -124,27 +124,96 @@ Connection::~Connection() {
     end();
 }
 
+bool Connection::claim() {
+    Claim seen = mClaim.load(std::memory_order_relaxed);
+    for (;;) {
+        const Claim next = seen == Claim::NONE ? Claim::HELD : Claim::CONTESTED;
+        if (mClaim.compare_exchange_weak(seen, next, std::memory_order_acq_rel)) {
+            return seen == Claim::NONE;
+        }
+    }
+}
+
+void Connection::expect() {
+    // What is left of a frame is never waited for at the futex: the rest comes by the stream.
+    if (mPage == nullptr || mExpecting || !mInput.isEmpty()) return;
+    mPage->inbox(side()).park(mInput.received());
+    mExpecting = true;
+}
+
+void Connection::expectNothing() {
+    if (mExpecting) (void)mPage->inbox(side()).unpark();
+    mExpecting = false;
+}
+
+/** Waits a little at the inbox. Bytes; 0 for the stream's turn; -errno. */
+ssize_t Connection::takeFromInbox() {
+    expect();
+    if (!mExpecting) return 0;
+    mExpecting = false;
+    Mailbox& inbox = mPage->inbox(side());
+    inbox.wait(mInput.received());
+    if (!inbox.unpark()) return 0;
+    const size_t size = inbox.frameBytes();
+    if (size > Mailbox::kSlotBytes) return -EPROTO;
+    return mInput.append(inbox.frame(), size) ? static_cast<ssize_t>(size) : -ENOMEM;
+}
+
+ssize_t Connection::receive() {
+    const ssize_t got = takeFromInbox();
+    return got != 0 ? got : mInput.receive(fd(), 0);
+}
+
+ssize_t Connection::receiveSoon() {
+    const ssize_t got = takeFromInbox();
+    return got != 0 ? got : mInput.receive(fd(), MSG_DONTWAIT);
+}
+
+bool Connection::putInOutbox(const OutFrame& frame) {
+    if (mPage == nullptr || frame.descriptors != nullptr) return false;
+    iovec parts[kMaxParts];
+    const int count = layOut(frame, 0, parts);
+    return mPage->outbox(side()).put(parts, count, frameSize(frame.header), mStreamBytes);
+}
+
+void Connection::announce(uint64_t streamBytes) {
+    mStreamBytes = streamBytes;
+    if (mPage != nullptr) mPage->outbox(side()).announce(streamBytes);
+}
+
+void Connection::nudge() {
+    if (mPage != nullptr) mPage->outbox(side()).nudge();
+}
+
 status_t Connection::send(const OutFrame& frame) {
+    if (putInOutbox(frame)) return OK;
     const size_t size = frameSize(frame.header);
+    announce(mStreamBytes + size);
     size_t sent = 0;
     while (sent < size) {
         const ssize_t step = sendFrom(fd(), frame, sent, 0);
         if (step < 0) {
-            // ETOOMANYREFS: more descriptors in flight than the system allows.
-            return step == -ETOOMANYREFS ? status_t{FAILED_TRANSACTION} : status_t{DEAD_OBJECT};
+            // More descriptors in flight than the system allows: those leave with the first byte.
+            if (step != -ETOOMANYREFS) return DEAD_OBJECT;
+            announce(mStreamBytes - size);
+            return FAILED_TRANSACTION;
         }
         sent += step;
+        nudge();
     }
     return OK;
 }
 
 Connection::Posted Connection::post(const OutFrame& frame) {
     Mutex::Autolock lock(mOutputLock);
+    if (mOutput.empty() && putInOutbox(frame)) return Posted::SENT;
+    announce(mStreamBytes + frameSize(frame.header));
     ssize_t sent = 0;
     if (mOutput.empty()) {
         sent = sendFrom(fd(), frame, 0, MSG_DONTWAIT);
         if (sent < 0 && !isFull(sent)) return Posted::GONE;
         if (sent < 0) sent = 0;
+        nudge();
         if (static_cast<size_t>(sent) == frameSize(frame.header)) return Posted::SENT;
     }
     queueLocked(frame, sent);
@@ -201,11 +270,9 @@ size_t Connection::queuedBytes() const {
 
 void Connection::end() {
     (void)shutdown(fd(), SHUT_RDWR); /* it may have ended by itself */
-}
-
-void Connection::waitForInput() const {
-    pollfd entry = {fd(), POLLIN, 0};
-    (void)poll(&entry, 1, -1);  // an interruption shows as nothing received
+    if (mPage == nullptr) return;
+    mPage->inbox(side()).nudge();
+    mPage->outbox(side()).nudge();
 }
 
 bool Connection::hasEnded(int milliseconds) const {

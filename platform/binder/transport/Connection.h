@@ -13,6 +13,7 @@
 
 #include "FrameInput.h"
 #include "OneWayFlow.h"
+#include "SharedPage.h"
 #include "Wire.h"
 
 namespace android::transport {
@@ -28,7 +29,9 @@ struct OutFrame {
 };
 
 /**
- * One stream socket to one peer.
+ * One stream socket to one peer, and the page of memory with its mailboxes, which small frames take
+ * when the other side waits for them. CONTROL connections have no page, and neither has a peer that
+ * brought none: then everything goes by the stream.
  *
  * Input belongs to one thread at a time: the driver for CONTROL, the pool thread that took the
  * connection's event for an accepted CALL or ONE_WAY, the caller for a CALL that this side opened.
@@ -56,15 +59,30 @@ public:
     [[nodiscard]] const std::shared_ptr<Peer>& peer() const { return mPeer; }
     void setPeer(std::shared_ptr<Peer> peer) { mPeer = std::move(peer); }
 
+    /** Set like the peer. */
+    void setPage(std::shared_ptr<SharedPage> page) { mPage = std::move(page); }
+
     FrameInput& input() { return mInput; }
+
+    /** Waits for what comes next, as long as it takes; as FrameInput::receive. */
+    [[nodiscard]] ssize_t receive();
+    /** As receive, but after a few milliseconds without anything it returns -EAGAIN. */
+    [[nodiscard]] ssize_t receiveSoon();
+    /** Says that this thread is about to receive, so that an answer may come the short way. */
+    void expect();
+    /** Takes that back. */
+    void expectNothing();
 
     /**
      * The right to receive from an accepted connection: given up when the connection is armed in
      * the pool's event set, taken by the first thread that wants to serve it. It also orders what
-     * one thread did with the input before what the next one does.
+     * one thread did with the input before what the next one does. A claim that comes too late is
+     * remembered: yield returns true for one, as the event that led to it is used up.
      */
-    void yield() { mUnclaimed.store(true, std::memory_order_release); }
-    [[nodiscard]] bool claim() { return mUnclaimed.exchange(false, std::memory_order_acq_rel); }
+    [[nodiscard]] bool yield() {
+        return mClaim.exchange(Claim::NONE, std::memory_order_acq_rel) == Claim::CONTESTED;
+    }
+    [[nodiscard]] bool claim();
 
     /** Only of an accepted ONE_WAY connection. */
     OneWayIntake& intake() { return *mIntake; }
@@ -83,9 +101,6 @@ public:
     [[nodiscard]] Posted flush() EXCLUDES(mOutputLock);
     [[nodiscard]] size_t queuedBytes() const EXCLUDES(mOutputLock);
 
-    /** Waits until there is something to receive, the end of the stream included. */
-    void waitForInput() const;
-
     /** Ends both directions at once. */
     void end();
 
@@ -99,6 +114,13 @@ private:
         std::vector<base::unique_fd> descriptors;  // leave with the first byte
     };
 
+    enum class Claim : uint8_t { NONE, HELD, CONTESTED };
+
+    [[nodiscard]] Side side() const { return mAccepted ? Side::ACCEPTOR : Side::OPENER; }
+    [[nodiscard]] ssize_t takeFromInbox();
+    [[nodiscard]] bool putInOutbox(const OutFrame& frame);
+    void announce(uint64_t streamBytes);
+    void nudge();
     [[nodiscard]] Posted flushLocked() REQUIRES(mOutputLock);
     void queueLocked(const OutFrame& frame, size_t sent) REQUIRES(mOutputLock);
 
@@ -109,7 +131,10 @@ private:
     ucred mCredentials = {};
     std::shared_ptr<Peer> mPeer;
     FrameInput mInput;
-    std::atomic<bool> mUnclaimed{false};
+    bool mExpecting = false;    // parked at the inbox, by the thread that the input belongs to
+    uint64_t mStreamBytes = 0;  // given to the stream, by the one thread at a time that sends
+    std::shared_ptr<SharedPage> mPage;
+    std::atomic<Claim> mClaim{Claim::HELD};
     std::unique_ptr<OneWayIntake> mIntake;
 
     mutable Mutex mOutputLock;

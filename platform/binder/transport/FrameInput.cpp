@@ -86,6 +86,7 @@ ssize_t FrameInput::receive(int socket, int flags) {
     // Honest frames take theirs at once; the rest belongs to somebody who counts wrongly.
     if (mDescriptors.size() > 2 * kMaxDescriptors) return -EPROTO;
     mEnd += got;
+    mReceived += got;
     return got;
 }
 

@@ -36,7 +36,10 @@ public:
      */
     [[nodiscard]] ssize_t receive(int socket, int flags);
 
-    /** Adds bytes as if received; for tests of the cutting alone. */
+    /** Bytes that receive has brought so far. */
+    [[nodiscard]] uint64_t received() const { return mReceived; }
+
+    /** Adds bytes that came another way. False when there is no memory for them. */
     [[nodiscard]] bool append(const void* bytes, size_t size);
 
     /** Takes the next frame. PARTIAL: receive more. BROKEN: these bytes are no frame. */
@@ -53,6 +56,7 @@ private:
     BlockRef mBlock;
     size_t mBegin = 0;  // first byte that no frame has taken
     size_t mEnd = 0;    // first byte not received
+    uint64_t mReceived = 0;
     std::deque<base::unique_fd> mDescriptors;
     bool mDescriptorsLost = false;
 };

@@ -23,10 +23,11 @@ bool isFull(const OneWayIntake& intake) {
 
 }  // namespace
 
-bool OneWayReceiver::receive(const std::shared_ptr<Connection>& connection, int flags,
+bool OneWayReceiver::receive(const std::shared_ptr<Connection>& connection, Turn turn,
                              Arrivals* outArrivals) {
     FrameInput& input = connection->input();
-    const ssize_t got = input.receive(connection->fd(), flags);
+    const ssize_t got = turn == Turn::STAY ? connection->receiveSoon()
+                                           : input.receive(connection->fd(), MSG_DONTWAIT);
     FrameInput::Result result;
     for (;;) {
         Frame frame;
@@ -41,40 +42,40 @@ bool OneWayReceiver::receive(const std::shared_ptr<Connection>& connection, int 
         return false;
     }
     // Before any call runs: other objects' calls must not wait for it.
-    resume(*connection);
+    resume(*connection, turn);
     return true;
 }
 
 void OneWayReceiver::serve(const std::shared_ptr<Connection>& connection) {
     ThreadPool& pool = Transport::get().pool();
-    int flags = MSG_DONTWAIT;
+    Turn turn = Turn::EVENT;
     for (;;) {
         Arrivals arrivals;
-        const bool goesOn = receive(connection, flags, &arrivals);
-        if (flags == 0) pool.endLinger();
+        const bool goesOn = receive(connection, turn, &arrivals);
+        if (turn == Turn::STAY) pool.endLinger();
         for (const LocalObjectPtr& object : arrivals.others) {
             pool.post([object] { runQueue(object); });
         }
         if (arrivals.object == nullptr) return;
         run(arrivals.object, std::move(arrivals.call));
         if (!goesOn || !pool.beginLinger()) return;
-        if (!pool.takeBack(*connection)) {
+        if (!connection->claim()) {
             pool.endLinger();
             return;
         }
-        // Half a frame is not waited for, as its sender would hold the thread.
-        flags = connection->input().isEmpty() ? 0 : MSG_DONTWAIT;
-        if (flags != 0) pool.endLinger();
+        turn = Turn::STAY;
     }
 }
 
-void OneWayReceiver::resume(Connection& connection) {
+void OneWayReceiver::resume(Connection& connection, Turn turn) {
     OneWayIntake& intake = connection.intake();
     if (isFull(intake)) {
         intake.paused = true;
         // finish() may have made room before it could see the mark.
         if (isFull(intake) || !intake.paused.exchange(false)) return;
     }
+    // A thread that stays has left the connection armed; only another's claim has used that up.
+    if (turn == Turn::STAY && !connection.yield()) return;
     Transport::get().pool().rearm(connection);
 }
 

@@ -24,11 +24,14 @@ private:
         std::vector<LocalObjectPtr> others;
     };
 
-    [[nodiscard]] static bool receive(const std::shared_ptr<Connection>& connection, int flags,
+    /** How a thread has come to receive: by the connection's event, or by staying with it. */
+    enum class Turn { EVENT, STAY };
+
+    [[nodiscard]] static bool receive(const std::shared_ptr<Connection>& connection, Turn turn,
                                       Arrivals* outArrivals);
     static void takeIn(Frame* frame, const std::shared_ptr<Connection>& connection,
                        Arrivals* outArrivals);
-    static void resume(Connection& connection);
+    static void resume(Connection& connection, Turn turn);
     static void run(const LocalObjectPtr& object, OneWayCall call);
     static void runQueue(const LocalObjectPtr& object);
     static void runOne(LocalObject& object, OneWayCall call);

@@ -27,6 +27,12 @@ status_t introduce(const Connection& connection, int descriptor) {
     return sent ? OK : DEAD_OBJECT;
 }
 
+/** A page that the next connection shares with the peer. */
+struct NewPage {
+    base::unique_fd fd;
+    std::shared_ptr<SharedPage> page = SharedPage::create(&fd);
+};
+
 }  // namespace
 
 status_t Peer::openLocked(ConnectionKind kind, ConnectionPtr* outConnection) {
@@ -54,11 +60,14 @@ status_t Peer::borrowCall(ConnectionPtr* outConnection) {
         mIdleCalls.pop_back();
         return OK;
     }
+    const NewPage shared;
+    if (shared.page == nullptr) return NO_MEMORY;
     if (const status_t status = openLocked(ConnectionKind::CALL, outConnection); status != OK) {
         return status;
     }
     (*outConnection)->setPeer(shared_from_this());
-    return introduce(**outConnection, -1);
+    (*outConnection)->setPage(shared.page);
+    return introduce(**outConnection, shared.fd.get());
 }
 
 void Peer::returnCall(ConnectionPtr connection) {
@@ -80,18 +89,19 @@ status_t Peer::oneWayConnection(ConnectionPtr* outConnection) {
     Mutex::Autolock lock(mLock);
     if (isDead()) return DEAD_OBJECT;
     if (mOneWay == nullptr) {
-        std::unique_ptr<ProgressPage> progress = ProgressPage::create();
-        if (progress == nullptr) return NO_MEMORY;
+        const NewPage shared;
+        if (shared.page == nullptr) return NO_MEMORY;
         ConnectionPtr connection;
         if (const status_t status = openLocked(ConnectionKind::ONE_WAY, &connection);
             status != OK) {
             return status;
         }
         connection->setPeer(shared_from_this());
-        if (const status_t status = introduce(*connection, progress->fd()); status != OK) {
+        connection->setPage(shared.page);
+        if (const status_t status = introduce(*connection, shared.fd.get()); status != OK) {
             return status;
         }
-        mFlow.setProgress(std::move(progress));
+        mFlow.setProgress(shared.page);
         mOneWay = std::move(connection);
     }
     *outConnection = mOneWay;

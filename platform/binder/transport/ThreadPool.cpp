@@ -26,8 +26,6 @@ namespace android::transport {
 namespace {
 
 constexpr uint64_t kTaskSignalId = 0;
-/** How long a thread stays with a connection that it has answered. */
-constexpr suseconds_t kLingerMicroseconds = 4000;
 
 epoll_event eventOf(const Connection& connection) {
     epoll_event event = {};
@@ -88,9 +86,7 @@ void ThreadPool::spawnIfNeeded() {
 }
 
 void ThreadPool::add(Connection& connection) {
-    connection.yield();
-    const timeval linger = {0, kLingerMicroseconds};
-    (void)setsockopt(connection.fd(), SOL_SOCKET, SO_RCVTIMEO, &linger, sizeof(linger));
+    (void)connection.yield();  // nobody can have come for it yet
     epoll_event event = eventOf(connection);
     if (epoll_ctl(mEvents.get(), EPOLL_CTL_ADD, connection.fd(), &event) != 0) {
         ALOGE("Cannot watch a connection: %s", errorText(errno).c_str());
@@ -98,19 +94,11 @@ void ThreadPool::add(Connection& connection) {
 }
 
 void ThreadPool::rearm(Connection& connection) {
-    connection.yield();
+    (void)connection.yield();  // armed anew in any case
     epoll_event event = eventOf(connection);
     if (epoll_ctl(mEvents.get(), EPOLL_CTL_MOD, connection.fd(), &event) != 0) {
         ALOGE("Cannot watch a connection: %s", errorText(errno).c_str());
     }
-}
-
-bool ThreadPool::takeBack(Connection& connection) {
-    if (!connection.claim()) return false;
-    epoll_event event = {};
-    event.data.u64 = connection.id();
-    // Were it still armed, each arrival would wake another thread in vain.
-    return epoll_ctl(mEvents.get(), EPOLL_CTL_MOD, connection.fd(), &event) == 0;
 }
 
 void ThreadPool::post(Task task) {
@@ -225,7 +213,8 @@ void ThreadPool::serveCalls(const std::shared_ptr<Connection>& connection) {
             rearm(*connection);
             return;
         }
-        const ssize_t got = input.receive(connection->fd(), linger ? 0 : MSG_DONTWAIT);
+        const ssize_t got =
+                linger ? connection->receiveSoon() : input.receive(connection->fd(), MSG_DONTWAIT);
         if (linger) endLinger();
         answered = false;
         if (got == -EAGAIN) {

@@ -20,9 +20,9 @@ namespace android::transport {
  * A thread that takes work while no other is left waiting has the next one started, up to the
  * bound.
  *
- * After a reply a thread may stay a few milliseconds in the connection's receive, which saves three
- * system calls for a client that calls again at once. At most half of the threads do, and only
- * while another one waits for the rest.
+ * After a reply a thread may stay a few milliseconds with the connection, which saves three system
+ * calls for a client that calls again at once and lets its call come by the mailbox. At most half
+ * of the threads do, and only while another one waits for the rest.
  */
 class ThreadPool {
 public:
@@ -42,9 +42,6 @@ public:
     void add(Connection& connection);
     /** Watches for the next event, of a connection whose last one has been dealt with. */
     void rearm(Connection& connection);
-    /** Undoes rearm, unless another thread has the connection by now. */
-    [[nodiscard]] bool takeBack(Connection& connection);
-
     /** True when the calling thread may stay with its connection; then endLinger ends the stay. */
     [[nodiscard]] bool beginLinger();
     void endLinger() { mLingering.fetch_sub(1, std::memory_order_relaxed); }

@@ -1,0 +1,70 @@
+#include "Mailbox.h"
+
+#include <linux/futex.h>
+#include <string.h>
+#include <sys/syscall.h>
+#include <time.h>
+#include <unistd.h>
+
+#include "FlakeDelay.h"
+
+namespace android::transport {
+
+namespace {
+
+/** Longest stay at the futex: who dies is noticed at the socket. */
+constexpr timespec kLongestWait = {0, 4000000};
+
+}  // namespace
+
+// park and announce, each followed by a look at what the other one writes: at least one of the two
+// sides sees the other, so no bytes of the stream lie there while the receiver is parked.
+
+void Mailbox::park(uint64_t received) {
+    mReceived.store(received, std::memory_order_relaxed);
+    mState.store(PARKED, std::memory_order_seq_cst);
+    flakeDelay();
+}
+
+void Mailbox::wait(uint64_t received) {
+    if (mSent.load(std::memory_order_seq_cst) != received) return;
+    flakeDelay();
+    if (mState.load(std::memory_order_relaxed) != PARKED) return;
+    // However it ends, the state tells the rest.
+    (void)syscall(SYS_futex, &mState, FUTEX_WAIT, PARKED, &kLongestWait, nullptr, 0);
+}
+
+bool Mailbox::unpark() {
+    return mState.exchange(AWAY, std::memory_order_seq_cst) == FULL;
+}
+
+bool Mailbox::put(const iovec* parts, int count, size_t size, uint64_t sent) {
+    if (size > kSlotBytes || mState.load(std::memory_order_acquire) != PARKED ||
+        mReceived.load(std::memory_order_relaxed) != sent) {
+        return false;
+    }
+    uint8_t* next = mSlot;
+    for (int i = 0; i < count; ++i) {
+        memcpy(next, parts[i].iov_base, parts[i].iov_len);
+        next += parts[i].iov_len;
+    }
+    mSize.store(static_cast<uint32_t>(size), std::memory_order_relaxed);
+    flakeDelay();
+    uint32_t expected = PARKED;
+    if (!mState.compare_exchange_strong(expected, FULL, std::memory_order_seq_cst)) return false;
+    wake();
+    return true;
+}
+
+void Mailbox::nudge() {
+    if (mState.load(std::memory_order_seq_cst) != PARKED) return;
+    uint32_t expected = PARKED;
+    if (mState.compare_exchange_strong(expected, AWAY, std::memory_order_seq_cst)) wake();
+}
+
+void Mailbox::wake() {
+    flakeDelay();
+    (void)syscall(SYS_futex, &mState, FUTEX_WAKE, 1, nullptr, nullptr, 0);  // nobody may be there
+}
+
+}  // namespace android::transport
