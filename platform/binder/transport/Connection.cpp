@@ -146,13 +146,13 @@ void Connection::expectNothing() {
     mExpecting = false;
 }
 
-/** Waits a little at the inbox. Bytes; 0 for the stream's turn; -errno. */
-ssize_t Connection::takeFromInbox() {
+/** Waits at the inbox. Bytes; 0 for the stream's turn; -errno. */
+ssize_t Connection::takeFromInbox(Mailbox::Patience patience) {
     expect();
     if (!mExpecting) return 0;
     mExpecting = false;
     Mailbox& inbox = mPage->inbox(side());
-    inbox.wait(mInput.received());
+    inbox.wait(mInput.received(), patience);
     if (!inbox.unpark()) return 0;
     const size_t size = inbox.frameBytes();
     if (size > Mailbox::kSlotBytes) return -EPROTO;
@@ -160,12 +160,12 @@ ssize_t Connection::takeFromInbox() {
 }
 
 ssize_t Connection::receive() {
-    const ssize_t got = takeFromInbox();
+    const ssize_t got = takeFromInbox(Mailbox::Patience::ENDLESS);
     return got != 0 ? got : mInput.receive(fd(), 0);
 }
 
 ssize_t Connection::receiveSoon() {
-    const ssize_t got = takeFromInbox();
+    const ssize_t got = takeFromInbox(Mailbox::Patience::BRIEF);
     return got != 0 ? got : mInput.receive(fd(), MSG_DONTWAIT);
 }
 
@@ -271,8 +271,8 @@ size_t Connection::queuedBytes() const {
 void Connection::end() {
     (void)shutdown(fd(), SHUT_RDWR); /* it may have ended by itself */
     if (mPage == nullptr) return;
-    mPage->inbox(side()).nudge();
-    mPage->outbox(side()).nudge();
+    mPage->outbox(side()).close();
+    mPage->inbox(side()).close();
 }
 
 bool Connection::hasEnded(int milliseconds) const {

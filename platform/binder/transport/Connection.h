@@ -117,7 +117,7 @@ private:
     enum class Claim : uint8_t { NONE, HELD, CONTESTED };
 
     [[nodiscard]] Side side() const { return mAccepted ? Side::ACCEPTOR : Side::OPENER; }
-    [[nodiscard]] ssize_t takeFromInbox();
+    [[nodiscard]] ssize_t takeFromInbox(Mailbox::Patience patience);
     [[nodiscard]] bool putInOutbox(const OutFrame& frame);
     void announce(uint64_t streamBytes);
     void nudge();

@@ -12,13 +12,13 @@ namespace android::transport {
 
 namespace {
 
-/** Longest stay at the futex: who dies is noticed at the socket. */
-constexpr timespec kLongestWait = {0, 4000000};
+constexpr timespec kBriefly = {0, 4000000};
 
 }  // namespace
 
-// park and announce, each followed by a look at what the other one writes: at least one of the two
-// sides sees the other, so no bytes of the stream lie there while the receiver is parked.
+// The receiver parks and then looks at mSent and mClosed, the other side writes those and then
+// looks whether somebody is parked: at least one of the two sees the other, so nobody stays parked
+// beside bytes of the stream or after the end.
 
 void Mailbox::park(uint64_t received) {
     mReceived.store(received, std::memory_order_relaxed);
@@ -26,12 +26,14 @@ void Mailbox::park(uint64_t received) {
     flakeDelay();
 }
 
-void Mailbox::wait(uint64_t received) {
+void Mailbox::wait(uint64_t received, Patience patience) {
     if (mSent.load(std::memory_order_seq_cst) != received) return;
+    if (mClosed.load(std::memory_order_seq_cst)) return;
     flakeDelay();
     if (mState.load(std::memory_order_relaxed) != PARKED) return;
-    // However it ends, the state tells the rest.
-    (void)syscall(SYS_futex, &mState, FUTEX_WAIT, PARKED, &kLongestWait, nullptr, 0);
+    // However it ends, the state tells the rest. A timer would cost as much as the wait itself.
+    const timespec* const limit = patience == Patience::BRIEF ? &kBriefly : nullptr;
+    (void)syscall(SYS_futex, &mState, FUTEX_WAIT, PARKED, limit, nullptr, 0);
 }
 
 bool Mailbox::unpark() {
@@ -60,6 +62,11 @@ void Mailbox::nudge() {
     if (mState.load(std::memory_order_seq_cst) != PARKED) return;
     uint32_t expected = PARKED;
     if (mState.compare_exchange_strong(expected, AWAY, std::memory_order_seq_cst)) wake();
+}
+
+void Mailbox::close() {
+    mClosed.store(true, std::memory_order_seq_cst);
+    nudge();
 }
 
 void Mailbox::wake() {

@@ -33,8 +33,9 @@ public:
 
     /** Offers itself to the sender. Only with no part of a frame left over. */
     void park(uint64_t received);
-    /** Waits for the sender, a few milliseconds at most, as nothing here tells of its death. */
-    void wait(uint64_t received);
+    enum class Patience { ENDLESS, BRIEF };  // BRIEF: a few milliseconds
+    /** Waits for the sender. Of a killed one nothing here tells: who learns of it calls close. */
+    void wait(uint64_t received, Patience patience);
     /** Withdraws the offer. True when a frame came first; it stays until the next park. */
     [[nodiscard]] bool unpark();
     [[nodiscard]] const uint8_t* frame() const { return mSlot; }
@@ -50,6 +51,9 @@ public:
     /** After it: sends a parked receiver to the stream. */
     void nudge();
 
+    /** From here on nobody waits here any more. From any thread of either side. */
+    void close();
+
 private:
     enum State : uint32_t { AWAY = 0, PARKED = 1, FULL = 2 };
 
@@ -57,6 +61,7 @@ private:
 
     alignas(64) std::atomic<uint32_t> mState;  // also the futex
     std::atomic<uint32_t> mSize;
+    std::atomic<bool> mClosed;
     std::atomic<uint64_t> mReceived;
     std::atomic<uint64_t> mSent;
     alignas(64) uint8_t mSlot[kSlotBytes];
