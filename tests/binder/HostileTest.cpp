@@ -10,6 +10,7 @@
 
 #include "TransportTest.h"
 #include "platform/binder/transport/FrameInput.h"
+#include "platform/binder/transport/SharedPage.h"
 #include "platform/binder/transport/Wire.h"
 #include "support/LogCapture.h"
 
@@ -138,6 +139,31 @@ TEST(Garbage, EndsThatConnectionWithOneLine) {
     EXPECT_TRUE(isServed("after-garbage"));
 }
 
+TEST(Garbage, InTheSharedPageEndsThatConnection) {
+    World::get();
+    unique_fd descriptor;
+    const std::shared_ptr<SharedPage> page = SharedPage::create(&descriptor);
+    Intruder intruder;
+    auto call = intruder.open(ConnectionKind::CALL, descriptor.get());
+    FrameHeader junk = makeHeader(FrameType::RELEASE);
+    const iovec part = {&junk, sizeof(junk)};
+    const LogCapture log;
+    Mailbox& box = page->outbox(Side::OPENER);
+    uint64_t sent = 0;
+    // Once it has answered, a thread of the pool may wait for the next call at the mailbox.
+    EXPECT_TRUE(eventually([&] {
+        if (box.put(&part, 1, sizeof(junk), sent)) return true;
+        sent += sizeof(FrameHeader);
+        box.announce(sent);
+        call->send(requestTo(0, IBinder::PING_TRANSACTION, 0));
+        FrameHeader reply = {};
+        return recv(call->fd(), &reply, sizeof(reply), MSG_WAITALL) <= 0;
+    }));
+    EXPECT_TRUE(log.waitFor(kNoFrame));
+    EXPECT_TRUE(call->isHungUp());
+    EXPECT_TRUE(isServed("after-a-page"));
+}
+
 TEST(Garbage, InPlaceOfAGreeting) {
     World::get();
     const LogCapture log;
@@ -154,6 +180,9 @@ TEST(Garbage, InPlaceOfAGreeting) {
     Stranger third;
     third.greet(ConnectionKind::ONE_WAY, someName(), file.get());
     EXPECT_TRUE(third.isHungUp()) << "a page that could be cut off under this process";
+    Stranger fourth;
+    fourth.greet(ConnectionKind::CALL, someName(), file.get());
+    EXPECT_TRUE(fourth.isHungUp()) << "calls may come without a page, but not with such a one";
     EXPECT_TRUE(isServed("after-greetings"));
 }
 

@@ -156,6 +156,19 @@ TEST(Mailbox, TheEndReachesACallerWhoWaits) {
     }
 }
 
+TEST(Mailbox, ASenderKilledBeforeItWokeTheReceiverLeavesItTheFrame) {
+    const Pair pair;
+    std::thread receiver([&] {
+        EXPECT_EQ(static_cast<ssize_t>(sizeof(FrameHeader)), pair.acceptor->receive());
+    });
+    while (pair.words[0] != kParked)
+        std::this_thread::yield();
+    pair.words[1] = sizeof(FrameHeader);
+    pair.words[0] = kFull;
+    pair.acceptor->end();
+    receiver.join();
+}
+
 TEST(Mailbox, WhatAStrangerWritesThereIsAFrameOrNone) {
     struct Case {
         uint32_t size;

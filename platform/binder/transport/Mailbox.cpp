@@ -67,6 +67,7 @@ void Mailbox::nudge() {
 void Mailbox::close() {
     mClosed.store(true, std::memory_order_seq_cst);
     nudge();
+    wake();  // a sender that was killed in put may have left the frame and woken nobody
 }
 
 void Mailbox::wake() {

@@ -14,7 +14,9 @@
  *
  *     FrameHeader | parcel bytes, padded to 8 | objectCount x WireObject
  *
- * Descriptors travel as ancillary data of a frame's first byte, in the order of their objects.
+ * Descriptors travel as ancillary data of a frame's first byte, in the order of their objects; with
+ * the greeting of a CALL or ONE_WAY connection comes the descriptor of its SharedPage. While the
+ * receiver waits at its Mailbox there, a small frame without descriptors goes through that instead.
  */
 namespace android::transport {
 
@@ -60,7 +62,7 @@ struct Greeting {
 };
 static_assert(sizeof(Greeting) == 32);
 constexpr uint32_t kGreetingMagic = 0x736e7262;
-constexpr uint32_t kGreetingVersion = 1;
+constexpr uint32_t kGreetingVersion = 2;
 
 /**
  * Greets as `sender` on a fresh socket, which always has room for that; a `descriptor` that is not
