@@ -378,7 +378,7 @@ private:
     template <typename T, typename Read>
     status_t readEach(std::vector<T>* outVal, Read read) const;
 
-    static constexpr size_t kInlineBytes = 384;
+    static constexpr size_t kInlineBytes = 256;
 
     uint8_t* mData = mInline;
     size_t mDataSize = 0;
