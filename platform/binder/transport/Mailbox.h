@@ -26,8 +26,10 @@ public:
     /** Largest frame that goes through here; larger ones gain nothing from it. */
     static constexpr size_t kSlotBytes = 1536;
 
+    Mailbox() = default;
     Mailbox(const Mailbox&) = delete;
     Mailbox& operator=(const Mailbox&) = delete;
+    ~Mailbox() = default;
 
     // ---- The receiver, who has received `received` bytes of the stream ----
 
