@@ -2,7 +2,8 @@
 //
 // The first byte chooses the connection and whether headers are repaired on the way, without which
 // hardly any input gets past the first check. The bytes go out in two pieces, so that frames are
-// cut anywhere; then the stranger hangs up, and the process must do the same.
+// cut anywhere, and lie in the shared page from between the pieces on; then the stranger hangs up,
+// and the process must do the same.
 
 #include <binder/Parcel.h>
 #include <binder/ProcessState.h>
@@ -44,6 +45,25 @@ std::string& address() {
     return sAddress;
 }
 
+// The page that the stranger shares, as its descriptor and its memory.
+struct StrangersPage {
+    int fd = memfd_create("page", MFD_CLOEXEC | MFD_ALLOW_SEALING);
+    uint8_t* memory = nullptr;
+
+    StrangersPage() {
+        if (ftruncate(fd, kSize) != 0 || fcntl(fd, F_ADD_SEALS, F_SEAL_SHRINK) != 0) abort();
+        void* const mapped = mmap(nullptr, kSize, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+        if (mapped == MAP_FAILED) abort();
+        memory = static_cast<uint8_t*>(mapped);
+    }
+    static constexpr size_t kSize = 4096;
+};
+
+StrangersPage& sharedPage() {
+    static StrangersPage& sPage = *new StrangersPage();
+    return sPage;
+}
+
 int connectTo(ConnectionKind kind, bool greeted, const ProcessName& name) {
     const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_un to = {};
@@ -52,12 +72,8 @@ int connectTo(ConnectionKind kind, bool greeted, const ProcessName& name) {
     if (connect(fd, reinterpret_cast<sockaddr*>(&to), sizeof(to)) != 0) abort();
     // What never comes back is found as a time-out of the fuzzer.
     if (!greeted) return fd;
-    static const int sPage = [] {
-        const int page = memfd_create("page", MFD_CLOEXEC | MFD_ALLOW_SEALING);
-        if (ftruncate(page, 4096) != 0 || fcntl(page, F_ADD_SEALS, F_SEAL_SHRINK) != 0) abort();
-        return page;
-    }();
-    if (!sendGreeting(fd, kind, name, kind == ConnectionKind::ONE_WAY ? sPage : -1)) abort();
+    const int page = kind == ConnectionKind::CONTROL ? -1 : sharedPage().fd;
+    if (!sendGreeting(fd, kind, name, page)) abort();
     return fd;
 }
 
@@ -127,7 +143,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     ProcessName name = {static_cast<uint32_t>(getpid()), {}};
     const int control = connectTo(ConnectionKind::CONTROL, true, name);
     const int fd = connectTo(kind, greeted, name);
+    memset(sharedPage().memory, 0, StrangersPage::kSize);
     sendAll(fd, bytes.data(), cut);
+    memcpy(sharedPage().memory, bytes.data(), std::min(bytes.size(), StrangersPage::kSize));
     sendAll(fd, bytes.data() + cut, bytes.size() - cut);
     shutdown(fd, SHUT_WR);
     drain(fd);
