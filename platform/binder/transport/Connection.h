@@ -66,7 +66,10 @@ public:
 
     /** Waits for what comes next, as long as it takes; as FrameInput::receive. */
     [[nodiscard]] ssize_t receive();
-    /** As receive, but after a few milliseconds without anything it returns -EAGAIN. */
+    /**
+     * As receive, but after a few milliseconds without anything it returns -EAGAIN; at once where
+     * there is no mailbox to wait at or a part of a frame is left over.
+     */
     [[nodiscard]] ssize_t receiveSoon();
     /** Says that this thread is about to receive, so that an answer may come the short way. */
     void expect();

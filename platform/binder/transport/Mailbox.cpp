@@ -12,6 +12,7 @@ namespace android::transport {
 
 namespace {
 
+/** How long a thread of the pool stays with a connection that it has answered. */
 constexpr timespec kBriefly = {0, 4000000};
 
 }  // namespace
