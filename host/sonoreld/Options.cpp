@@ -54,7 +54,7 @@ std::optional<int> parseCommandLine(int argc, char** argv, Options* outOptions) 
                    "Read properties from a file of key=value lines; later files win")
             ->type_name("FILE")
             ->allow_extra_args(false);
-    app.add_option("--library", options.library,
+    app.add_option("--library", options.serviceLibrary,
                    "The service library [libsonorelservice.so in ../lib of this program]")
             ->type_name("FILE");
     app.add_flag("--verbose", options.verbose, "Log at debug level instead of info");
@@ -71,7 +71,7 @@ std::optional<int> parseCommandLine(int argc, char** argv, Options* outOptions) 
             file = absolute(file);
         for (const std::string& text : properties)
             options.properties.push_back(keyAndValue(text));
-        options.library = absolute(options.library);
+        options.serviceLibrary = absolute(options.serviceLibrary);
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? 0 : kExitUsage;
     }

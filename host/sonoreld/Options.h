@@ -15,7 +15,7 @@ struct Options {
     // Names and values, in the order given.
     std::vector<std::pair<std::string, std::string>> properties;
     // "" for the one beside the program.
-    std::string library;
+    std::string serviceLibrary;
     bool verbose = false;
 };
 

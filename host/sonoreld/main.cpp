@@ -77,7 +77,7 @@ bool setProperties(const Options& options, std::string* outError) {
 bool startService(const Options& options, std::string* outError) {
     if (!ensureServiceManager(options.root, outError)) return false;
     android::ProcessState::self()->startThreadPool();
-    return instantiateService(options.library, outError) && isServicePublished(outError);
+    return instantiateService(options.serviceLibrary, outError) && isServicePublished(outError);
 }
 
 int run(int argc, char** argv) {

@@ -36,7 +36,7 @@ TEST(Methods, AreThoseOfTheInterfaceInItsOrder) {
     EXPECT_EQ(definedSignatures(), signatures);
 }
 
-// Answers a few methods, each with another shape; the rest are not implemented.
+// Answers a few methods, each with another shape; to the rest it is no such transaction.
 class FakeService : public ISonorelServiceDefault {
 public:
     Status setMetaAudioModeWithDev(int8_t mode, int8_t device, int32_t* outResult) override {

@@ -74,9 +74,14 @@ void OneWayReceiver::resume(Connection& connection, Turn turn) {
         // finish() may have made room before it could see the mark.
         if (isFull(intake) || !intake.paused.exchange(false)) return;
     }
-    // A thread that stays has left the connection armed; only another's claim has used that up.
-    if (turn == Turn::STAY && !connection.yield()) return;
-    Transport::get().pool().rearm(connection);
+    ThreadPool& pool = Transport::get().pool();
+    if (turn == Turn::EVENT) {
+        pool.rearm(connection);
+    } else if (connection.yield()) {
+        // A thread that stays has left the connection armed; only another's claim uses that up. It
+        // is given up once: the next holder may be here before it is armed.
+        pool.arm(connection);
+    }
 }
 
 void OneWayReceiver::takeIn(Frame* frame, const std::shared_ptr<Connection>& connection,

@@ -9,7 +9,6 @@
 #include <string.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
-#include <sys/time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -95,6 +94,10 @@ void ThreadPool::add(Connection& connection) {
 
 void ThreadPool::rearm(Connection& connection) {
     (void)connection.yield();  // armed anew in any case
+    arm(connection);
+}
+
+void ThreadPool::arm(Connection& connection) {
     epoll_event event = eventOf(connection);
     if (epoll_ctl(mEvents.get(), EPOLL_CTL_MOD, connection.fd(), &event) != 0) {
         ALOGE("Cannot watch a connection: %s", errorText(errno).c_str());

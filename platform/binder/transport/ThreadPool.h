@@ -42,6 +42,8 @@ public:
     void add(Connection& connection);
     /** Watches for the next event, of a connection whose last one has been dealt with. */
     void rearm(Connection& connection);
+    /** As rearm, of a connection that the caller has given up already. */
+    void arm(Connection& connection);
     /** True when the calling thread may stay with its connection; then endLinger ends the stay. */
     [[nodiscard]] bool beginLinger();
     void endLinger() { mLingering.fetch_sub(1, std::memory_order_relaxed); }
