@@ -124,7 +124,7 @@ void Acceptor::admit(Guest* guest) {
     }
     if (greeting.kind != ConnectionKind::CONTROL) connection->setPage(page);
     if (greeting.kind == ConnectionKind::ONE_WAY) {
-        connection->setIntake(std::make_unique<OneWayIntake>(page));
+        connection->setIntake(std::make_unique<OneWayIntake>());
     }
     PeerPtr peer = transport.peers().meet(greeting.sender, connection->pid(), connection->uid());
     connection->setPeer(peer);

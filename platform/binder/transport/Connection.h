@@ -61,6 +61,8 @@ public:
 
     /** Set like the peer. */
     void setPage(std::shared_ptr<SharedPage> page) { mPage = std::move(page); }
+    /** Every ONE_WAY connection has one. */
+    [[nodiscard]] SharedPage& page() { return *mPage; }
 
     FrameInput& input() { return mInput; }
 

@@ -13,10 +13,6 @@ namespace android::transport {
 
 /** What an accepted ONE_WAY connection has taken in that its objects have not run yet. */
 struct OneWayIntake {
-    explicit OneWayIntake(std::shared_ptr<SharedPage> senderPage)
-            : progress(std::move(senderPage)) {}
-
-    const std::shared_ptr<SharedPage> progress;
     std::atomic<size_t> pendingCalls{0};
     std::atomic<size_t> pendingBytes{0};
     // Set while nothing is received, as a sender that keeps its own bound never makes necessary.

@@ -157,7 +157,7 @@ void OneWayReceiver::runQueue(const LocalObjectPtr& object) {
 
 void OneWayReceiver::finish(Connection& connection, size_t bytes) {
     OneWayIntake& intake = connection.intake();
-    intake.progress->add(bytes);
+    connection.page().add(bytes);
     intake.pendingBytes -= bytes;
     --intake.pendingCalls;
     if (!isFull(intake) && intake.paused.exchange(false)) {
