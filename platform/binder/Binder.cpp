@@ -116,13 +116,17 @@ BBinder* BBinder::localBinder() {
 
 namespace {
 
-// The arguments of a dump or a shell command. A count beyond the data ends where the data ends.
-Vector<String16> readArgs(const Parcel& data) {
-    Vector<String16> args;
-    for (int32_t left = data.readInt32(); left > 0 && data.dataAvail() > 0; --left) {
-        args.add(data.readString16());
+// The arguments of a dump or a shell command. The count is a stranger's word: the first argument
+// that is not there ends the reading, so the data bounds it.
+status_t readArgs(const Parcel& data, Vector<String16>* outArgs) {
+    int32_t count = 0;
+    if (const status_t status = data.readInt32(&count); status != OK) return status;
+    if (count < 0) return BAD_VALUE;
+    for (String16 arg; count > 0; --count) {
+        if (const status_t status = data.readString16(&arg); status != OK) return status;
+        outArgs->add(arg);
     }
-    return args;
+    return OK;
 }
 
 }  // namespace
@@ -130,7 +134,9 @@ Vector<String16> readArgs(const Parcel& data) {
 status_t BBinder::onDump(const Parcel& data) {
     const int fd = data.readFileDescriptor();
     if (fd < 0) return BAD_TYPE;
-    return dump(fd, readArgs(data));
+    Vector<String16> args;
+    if (const status_t status = readArgs(data, &args); status != OK) return status;
+    return dump(fd, args);
 }
 
 // An object that has commands overrides onTransact for this code. The rest say that they have none.
@@ -138,7 +144,8 @@ status_t BBinder::onShellCommand(const Parcel& data) {
     for (int i = 0; i < 3; ++i) {
         if (data.readFileDescriptor() < 0) return BAD_TYPE;
     }
-    (void)readArgs(data);  // only to come past them
+    Vector<String16> args;  // read only to come past them
+    if (const status_t status = readArgs(data, &args); status != OK) return status;
     sp<IBinder> callback;
     sp<IResultReceiver> receiver;
     if (const status_t status = data.readNullableStrongBinder(&callback); status != OK) {

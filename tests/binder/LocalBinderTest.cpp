@@ -156,7 +156,7 @@ TEST(LocalBinder, DumpTakesDescriptorAndArguments) {
     {
         Parcel data;
         ASSERT_EQ(OK, data.writeFileDescriptor(ends[1], /*takeOwnership=*/true));
-        data.writeInt32(std::numeric_limits<int32_t>::max());  // more than there are
+        data.writeInt32(2);
         data.writeString16(String16("-a"));
         data.writeString16(String16("b c"));
         EXPECT_EQ(OK, client->transact(IBinder::DUMP_TRANSACTION, data, nullptr));
@@ -164,8 +164,34 @@ TEST(LocalBinder, DumpTakesDescriptorAndArguments) {
     char text[32] = {};
     EXPECT_EQ(9, ::read(reader.get(), text, sizeof(text)));
     EXPECT_STREQ("[-a][b c]", text);
-    Parcel none;
-    EXPECT_EQ(BAD_TYPE, client->transact(IBinder::DUMP_TRANSACTION, none, nullptr));
+}
+
+// Reading ends at the first argument that is not there, however many the count claims.
+TEST(LocalBinder, ArgumentsThatAreNotThereEndTheCall) {
+    const sp<IBinder> object = new BBinder();
+    struct Case {
+        std::vector<int32_t> words;  // the count and what follows it
+        size_t more;                 // bytes behind them
+        status_t answer;
+    };
+    constexpr int32_t kMost = std::numeric_limits<int32_t>::max();
+    for (const auto& [code, descriptors] : {std::pair(IBinder::DUMP_TRANSACTION, 1),
+                                            std::pair(IBinder::SHELL_COMMAND_TRANSACTION, 3)}) {
+        for (const auto& [words, more, answer] :
+             {Case{{}, 0, NOT_ENOUGH_DATA}, Case{{kMost}, 1, NOT_ENOUGH_DATA},
+              Case{{kMost, 0, 0}, 3, NOT_ENOUGH_DATA}, Case{{2, -1, 0}, 0, UNEXPECTED_NULL},
+              Case{{-1, 0, 0}, 0, BAD_VALUE}}) {
+            Parcel data;
+            for (int i = 0; i < descriptors; ++i)
+                ASSERT_EQ(OK, data.writeFileDescriptor(STDOUT_FILENO));
+            for (const int32_t word : words)
+                data.writeInt32(word);
+            data.setDataSize(data.dataSize() + more);
+            EXPECT_EQ(answer, object->transact(code, data, nullptr)) << words.size() << code;
+        }
+        Parcel none;
+        EXPECT_EQ(BAD_TYPE, object->transact(code, none, nullptr));
+    }
 }
 
 TEST(LocalBinder, ShellCommandReachesTheObjectAndItsResultComesBack) {
