@@ -5,6 +5,7 @@
 
 #include <binder/ServiceManager.h>
 
+#include "DumpText.h"
 #include "PermissionGrants.h"
 #include "ServiceManagerWire.h"
 
@@ -14,7 +15,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <optional>
 #include <vector>
 
@@ -26,6 +26,10 @@ constexpr char kGrantsPath[] = "/data/system/permission.grants";
 constexpr size_t kMaxNameLength = 127;
 constexpr size_t kMaxWaiters = 1024;
 constexpr nsecs_t kGetServiceWait = s2ns(5);
+
+constexpr char kDumpPermission[] = "android.permission.DUMP";
+// How long a reader may leave the dump of the manager standing.
+constexpr nsecs_t kDumpWait = s2ns(2);
 
 constexpr uid_t kAudioServerUid = 1041;
 
@@ -162,12 +166,22 @@ bool ServiceManager::checkPermission(const String16& permission, pid_t /*pid*/, 
     return mGrants->holds(String8(permission).c_str(), uid);
 }
 
+bool ServiceManager::mayDump() const {
+    const IPCThreadState* thread = IPCThreadState::self();
+    const uid_t uid = thread->getCallingUid();
+    if (uid == mOwnUid || mGrants->holds(kDumpPermission, uid)) return true;
+    ALOGW("uid %u (pid %d) may not dump the services", uid, thread->getCallingPid());
+    return false;
+}
+
 status_t ServiceManager::dump(int fd, const Vector<String16>& /*args*/) {
+    if (!mayDump()) return PERMISSION_DENIED;
     const Vector<String16> names = listServices(~0);
-    ::dprintf(fd, "%zu services:\n", names.size());
+    std::string text = std::to_string(names.size()) + " services:\n";
     for (const String16& name : names)
-        ::dprintf(fd, "  %s\n", String8(name).c_str());
-    return OK;
+        text.append("  ").append(String8(name).c_str()).append("\n");
+    // Further sections are appended here; all of it is written at once, with no lock held.
+    return writeText(fd, text, kDumpWait);
 }
 
 void ServiceManager::binderDied(const wp<IBinder>& who) {

@@ -1,11 +1,16 @@
 #include <limits>
 #include <memory>
 
+#include <android-base/unique_fd.h>
 #include <binder/IPCThreadState.h>
 #include <binder/IServiceManager.h>
 #include <binder/Parcel.h>
 #include <binder/ServiceManager.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <stdlib.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -13,15 +18,18 @@
 #include <future>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "binder/FakeRemoteBinder.h"
+#include "platform/binder/DumpText.h"
 #include "support/LogCapture.h"
 #include "support/TempDir.h"
 
 using namespace android;
 using sonorel::test::FakeRemoteBinder;
 using sonorel::test::LogCapture;
+using sonorel::test::readFile;
 using sonorel::test::TempDir;
 
 namespace {
@@ -247,6 +255,125 @@ TEST_F(ServiceManagerTest, WhatIsNoTextFileGrantsNothing) {
     EXPECT_FALSE(granted("p", 10001));
     EXPECT_FALSE(granted("p", 10001));
     EXPECT_EQ(1U, log.messages().size());
+}
+
+// ---- Dump ----
+
+struct Ends {
+    base::unique_fd out;  // of the reader
+    base::unique_fd in;
+};
+
+Ends makePipe() {
+    Ends ends;
+    EXPECT_TRUE(base::Pipe(&ends.out, &ends.in));
+    return ends;
+}
+
+Ends makeSocket(int type) {
+    int fds[2] = {-1, -1};
+    EXPECT_EQ(0, ::socketpair(AF_UNIX, type | SOCK_CLOEXEC, 0, fds));
+    return {base::unique_fd(fds[0]), base::unique_fd(fds[1])};
+}
+
+Ends makeTerminal() {
+    Ends ends{base::unique_fd(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)), {}};
+    char name[64] = {};
+    EXPECT_EQ(0, ::unlockpt(ends.out.get()));
+    EXPECT_EQ(0, ::ptsname_r(ends.out.get(), name, sizeof(name)));
+    ends.in.reset(::open(name, O_RDWR | O_NOCTTY | O_CLOEXEC));
+    return ends;
+}
+
+std::string readBytes(int fd, size_t count) {
+    std::string text(count, '-');
+    size_t done = 0;
+    while (done < count) {
+        const ssize_t read = ::read(fd, text.data() + done, count - done);
+        if (read <= 0) break;
+        done += static_cast<size_t>(read);
+    }
+    text.resize(done);
+    return text;
+}
+
+TEST_F(ServiceManagerTest, DumpsForThoseWithThePermissionOnly) {
+    mRoot.write(kGrants, "android.permission.DUMP 10001\n");
+    ASSERT_EQ(OK, add("one", new BBinder()));
+    struct Case {
+        uid_t uid;
+        status_t answer;
+    };
+    for (const auto& [uid, answer] :
+         {Case{0, OK}, Case{1000, OK}, Case{::getuid(), OK}, Case{10001, OK},
+          Case{10002, PERMISSION_DENIED}, Case{1041, PERMISSION_DENIED}}) {
+        if (answer != OK && uid == ::getuid()) continue;
+        const ScopedCaller caller(uid);
+        const Ends ends = makePipe();
+        Parcel data;
+        ASSERT_EQ(OK, data.writeFileDescriptor(ends.in.get()));
+        data.writeInt32(0);
+        EXPECT_EQ(answer, mConnection->transact(IBinder::DUMP_TRANSACTION, data, nullptr, 0))
+                << uid;
+        pollfd written = {ends.out.get(), POLLIN, 0};
+        EXPECT_EQ(answer == OK ? 1 : 0, ::poll(&written, 1, 0)) << uid;
+    }
+}
+
+TEST_F(ServiceManagerTest, DumpsThatNobodyReadsComeBack) {
+    ASSERT_EQ(OK, add("one", new BBinder()));
+    const Ends ends = makePipe();
+    ASSERT_EQ(TIMED_OUT, writeText(ends.in.get(), std::string(1 << 20, 'x'), ms2ns(50)));
+    std::vector<std::future<status_t>> dumps(20);
+    for (auto& dump : dumps)
+        dump = std::async(std::launch::async, [&] { return mManager->dump(ends.in.get(), {}); });
+    for (auto& dump : dumps)
+        EXPECT_EQ(TIMED_OUT, dump.get());
+}
+
+TEST(DumpText, ArrivesOrSaysWhyNot) {
+    struct Case {
+        const char* kind;
+        Ends (*make)();
+        status_t readerless;
+    };
+    std::string text;
+    while (text.size() < size_t{300} << 10)
+        text += std::to_string(text.size());
+    for (const auto& [kind, make, readerless] :
+         {Case{"pipe", makePipe, -ECONNRESET},
+          Case{"stream", [] { return makeSocket(SOCK_STREAM); }, -ECONNRESET},
+          Case{"packets", [] { return makeSocket(SOCK_SEQPACKET); }, -ECONNRESET},
+          Case{"terminal", makeTerminal, -EIO}}) {
+        SCOPED_TRACE(kind);
+        const Ends stuck = make();
+        // Several at once: the room that one sees, another takes.
+        std::vector<std::future<status_t>> writes(4);
+        for (auto& write : writes)
+            write = std::async(std::launch::async, writeText, stuck.in.get(), text, ms2ns(50));
+        for (auto& write : writes)
+            EXPECT_EQ(TIMED_OUT, write.get());
+        EXPECT_EQ(0, ::fcntl(stuck.in.get(), F_GETFL) & O_NONBLOCK);
+
+        Ends read = make();
+        auto reader = std::async(std::launch::async, readBytes, read.out.get(), text.size());
+        EXPECT_EQ(OK, writeText(read.in.get(), text, s2ns(30)));
+        EXPECT_EQ(text, reader.get());
+        read.out.reset();
+        EXPECT_EQ(readerless, writeText(read.in.get(), text, ms2ns(50)));
+    }
+    const TempDir folder;
+    const std::string path = folder.write("file", "before;");
+    const base::unique_fd file(::open(path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC));
+    EXPECT_EQ(OK, writeText(file.get(), text, s2ns(30)));
+    EXPECT_EQ("before;" + text, readFile(path));
+    for (const auto& [device, mode, answer] :
+         {std::tuple(path.c_str(), O_RDONLY, status_t{-EBADF}),
+          std::tuple("/dev/null", O_WRONLY, status_t{OK}),
+          std::tuple("/dev/ptmx", O_RDWR | O_NOCTTY, status_t{BAD_VALUE})}) {
+        const base::unique_fd fd(::open(device, mode | O_CLOEXEC));
+        EXPECT_EQ(answer, writeText(fd.get(), text, s2ns(30))) << device;
+    }
 }
 
 TEST_F(ServiceManagerTest, ManyThreadsMayUseItAtOnce) {

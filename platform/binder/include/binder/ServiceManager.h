@@ -37,7 +37,10 @@ public:
     bool isDeclared(const String16& name) override;
     bool checkPermission(const String16& permission, pid_t pid, uid_t uid) override;
 
-    /** Writes the list of services. */
+    /**
+     * Writes the list of services, for callers who hold android.permission.DUMP and for the
+     * manager's own user. A reader who lets it stand for two seconds gets no more of it.
+     */
     status_t dump(int fd, const Vector<String16>& args) override EXCLUDES(mLock);
     void binderDied(const wp<IBinder>& who) override EXCLUDES(mLock);
 
@@ -53,6 +56,7 @@ private:
     };
 
     [[nodiscard]] bool mayAdd(const std::string& name) const;
+    [[nodiscard]] bool mayDump() const;
     void storeService(const std::string& name, const Service& service) EXCLUDES(mLock);
     void dropService(const std::string& name, const sp<IBinder>& binder) EXCLUDES(mLock);
     [[nodiscard]] sp<IBinder> find(const std::string& name) const REQUIRES(mLock);
