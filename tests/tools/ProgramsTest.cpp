@@ -88,12 +88,18 @@ TEST_F(Programs, ServeUntilASignal) {
         const Ended list = ctl({"list"});
         EXPECT_EQ(0, list.code) << list.errors;
         EXPECT_NE(std::string::npos, list.output.find("SonorelService\n")) << list.output;
+        for (const Args& args : {Args{"dump"}, Args{"dump", "--", "-a"}}) {
+            EXPECT_EQ("1 services:\n  SonorelService\n", ctl(args).output);
+        }
+        EXPECT_EQ(0, ctl({"dump", "SonorelService", "--", "-a"}).code);
+        EXPECT_EQ(3, ctl({"dump", "absent"}).code);
         const Ended call = ctl({"call", "getMetaAudioOn"});
         EXPECT_EQ(0, call.code) << call.errors;
         EXPECT_EQ("{\"return\":false}\n", call.output);
         host->kill(signal);
         EXPECT_EQ(0, end(*host).code);
         EXPECT_EQ(3, ctl({"list"}).code);
+        EXPECT_EQ(3, ctl({"dump"}).code);
         EXPECT_EQ(3, ctl({"call", "getMetaAudioOn"}).code);
         // No socket stays behind.
         for (const auto& entry : std::filesystem::directory_iterator(mRuntime.path())) {
@@ -223,6 +229,7 @@ TEST_F(Programs, CtlRefusesWhatMakesNoSense) {
                                               {"call", "setMetaAudioMode", "128"},
                                               {"call", "setMetaAudioMode", "1", "2"},
                                               {"call", "getMetaAudioOn", "--size", "3"},
+                                              {"dump", "one", "two"},
                                               {"listen"},
                                               {"listen", "--id", "128"},
                                               {"listen", "--id", "1", "--answer", "colour=1"},
@@ -258,6 +265,7 @@ TEST_F(Programs, CallersOfOtherUidsNeedAGrant) {
     // Refused: the value that the answer started with.
     EXPECT_EQ("{\"return\":0}\n", ctl(call, kStranger).output);
     EXPECT_EQ("{\"return\":7}\n", ctl(call, kAudioServer).output);
+    EXPECT_EQ(5, ctl({"dump"}, kStranger).code);
     mRoot.write("data/system/permission.grants", "com.qelto.permission.safe.MEDIA 54321\n");
     EXPECT_EQ("{\"return\":7}\n", ctl(call, kStranger).output);
 

@@ -8,6 +8,7 @@
 namespace sonorel::ctl {
 namespace {
 
+using android::IBinder;
 using android::IServiceManager;
 using android::sp;
 using android::binder::Status;
@@ -41,13 +42,17 @@ int connect(sp<IServiceManager>* outManager) {
     return *outManager == nullptr ? fail(kExitNoService, "no service manager answers") : kExitOk;
 }
 
-int connect(sp<ISonorelService>* outService) {
+int connect(const std::string& name, sp<IBinder>* outService) {
     sp<IServiceManager> manager;
     if (const int code = connect(&manager); code != kExitOk) return code;
-    const sp<android::IBinder> binder = manager->checkService(android::String16(kServiceName));
-    if (binder == nullptr) {
-        return fail(kExitNoService, std::string("the service manager has no ") + kServiceName);
-    }
+    *outService = manager->checkService(android::String16(name.c_str()));
+    return *outService == nullptr ? fail(kExitNoService, "the service manager has no " + name)
+                                  : static_cast<int>(kExitOk);
+}
+
+int connect(sp<ISonorelService>* outService) {
+    sp<IBinder> binder;
+    if (const int code = connect(kServiceName, &binder); code != kExitOk) return code;
     *outService = android::interface_cast<ISonorelService>(binder);
     return *outService == nullptr
                    ? fail(kExitNoService, std::string(kServiceName) + " has another interface")

@@ -15,6 +15,7 @@ int fail(ExitCode code, const std::string& text);
 
 // kExitOk, or what failed, told on stderr.
 int connect(android::sp<android::IServiceManager>* outManager);
+int connect(const std::string& name, android::sp<android::IBinder>* outService);
 int connect(android::sp<qelto::halvend::ISonorelService>* outService);
 
 // The exit code for the outcome of a call; an error is told on stderr after `what`.

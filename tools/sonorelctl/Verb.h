@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <functional>
 
 // Only the verbs themselves need the whole of it, and it is long.
@@ -24,6 +25,8 @@ enum ExitCode {
 struct Globals {
     // How long the service may take to answer; 0 for as long as it likes.
     double timeoutSeconds = 10;
+    // How many of the words at the command line's end stand behind the first "--".
+    size_t wordsBehindMark = 0;
 };
 
 // What the chosen verb does once the whole command line has been understood; returns an ExitCode.
@@ -35,6 +38,7 @@ using Action = std::function<int()>;
 using AddVerb = void (*)(CLI::App& app, const Globals& globals, Action* outAction);
 
 void addCallVerb(CLI::App& app, const Globals& globals, Action* outAction);
+void addDumpVerb(CLI::App& app, const Globals& globals, Action* outAction);
 void addListenVerb(CLI::App& app, const Globals& globals, Action* outAction);
 void addListVerb(CLI::App& app, const Globals& globals, Action* outAction);
 void addPolicyVerb(CLI::App& app, const Globals& globals, Action* outAction);

@@ -1,7 +1,9 @@
 #include <android/log.h>
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <cstdio>
+#include <string_view>
 
 #include "Verb.h"
 
@@ -10,13 +12,17 @@ namespace {
 
 constexpr double kMaxTimeoutSeconds = 1e6;
 
-constexpr AddVerb kVerbs[] = {addCallVerb, addListenVerb, addListVerb, addPolicyVerb,
-                              addSettingsVerb};
+constexpr AddVerb kVerbs[] = {addCallVerb, addDumpVerb,   addListenVerb,
+                              addListVerb, addPolicyVerb, addSettingsVerb};
 
 int run(int argc, char** argv) {
     // What goes wrong is told in one line of our own.
     __android_log_set_minimum_priority(ANDROID_LOG_FATAL);
     Globals globals;
+    const std::string_view mark = "--";
+    char** const end = argv + argc;
+    char** const found = std::find(argv, end, mark);
+    if (found != end) globals.wordsBehindMark = static_cast<size_t>(end - found) - 1;
     Action action;
     CLI::App app("Talks to the spatial-audio service.");
     app.name("sonorelctl");
