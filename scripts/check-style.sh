@@ -33,6 +33,12 @@ $hits"
 hits=$(grep -nE '#include *["<](service|meta|mss|game|params)/' -r host tools || true)
 [ -z "$hits" ] || complain "layering: host/ and tools/ reach the service through its interface only:
 $hits"
+layers=platform/binder/transport
+hits=$(grep -n '#include "\.\./' -r $layers/connection || true
+    grep -n '#include "\.\./\(calls/\|Transport\)' -r $layers/peers || true
+    grep -n '#include "\.\./Transport' -r $layers/calls || true)
+[ -z "$hits" ] || complain "layering: a layer of the transport includes those below it only:
+$hits"
 
 # Banned calls in what ships, each with what to use instead.
 mapfile -t shipped < <(printf '%s\n' "${cpp[@]}" | grep -vE '^(tests|bench|fuzz)/')

@@ -2,9 +2,11 @@
 // one run and in turns.
 //
 //     binder_bench [one|free] [--calls N]
+//     binder_bench strangers [--seconds N] [ATTACK...]
 //
 // "one" keeps all processes on one core, where an idle core's slow wake-up does not hide the
 // differences; "free" leaves them to the scheduler; by default both, one after the other.
+// "strangers" is another measurement, see Strangers.h.
 
 #include <binder/Parcel.h>
 #include <binder/ProcessState.h>
@@ -15,13 +17,14 @@
 #include <string.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
 
+#include "Measure.h"
 #include "Roles.h"
+#include "Strangers.h"
 
 using namespace sonorel::bench;
 using android::IBinder;
@@ -34,19 +37,6 @@ namespace {
 
 constexpr int kRounds = 10;
 
-// A process of this program in another role; its standard input ends with this one.
-pid_t start(const std::vector<std::string>& args, int inputFd) {
-    const pid_t pid = fork();
-    if (pid != 0) return pid;
-    dup2(inputFd, STDIN_FILENO);
-    std::vector<char*> argv = {const_cast<char*>("/proc/self/exe")};
-    for (const std::string& arg : args)
-        argv.push_back(const_cast<char*>(arg.c_str()));
-    argv.push_back(nullptr);
-    execv("/proc/self/exe", argv.data());
-    _exit(127);
-}
-
 // A stream socket pair whose first end stays here; the second is inherited by the next child only.
 struct Pair {
     Pair() {
@@ -57,13 +47,6 @@ struct Pair {
     int ends[2];
 };
 
-double microseconds(Samples& samples, double part) {
-    if (samples.empty()) return 0;
-    const size_t index = std::min(samples.size() - 1, static_cast<size_t>(part * samples.size()));
-    std::nth_element(samples.begin(), samples.begin() + index, samples.end());
-    return samples[index] / 1000.0;
-}
-
 void printLine(const char* what, Samples raw, Samples binder) {
     const double raw50 = microseconds(raw, 0.5);
     const double raw99 = microseconds(raw, 0.99);
@@ -71,12 +54,6 @@ void printLine(const char* what, Samples raw, Samples binder) {
     const double binder99 = microseconds(binder, 0.99);
     printf("%-22s %9.2f %9.2f %9.2f %9.2f %8.2f %8.2f   (%zu, %zu samples)\n", what, raw50, raw99,
            binder50, binder99, binder50 / raw50, binder99 / raw99, raw.size(), binder.size());
-}
-
-void sleepUntil(int64_t when) {
-    const timespec time = {static_cast<time_t>(when / 1000000000),
-                           static_cast<long>(when % 1000000000)};
-    clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &time, nullptr);
 }
 
 void append(Samples* all, const Samples& more) {
@@ -332,6 +309,7 @@ int main(int argc, char** argv) {
     if (role == "raw-middle") return runRawMiddle(atoi(argv[2]), atoi(argv[3]));
     if (role == "raw-sink") return runRawSink(atoi(argv[2]), atoi(argv[3]));
     if (role == "binder") return runBinder(argv[2]);
+    if (isStrangersRole(role)) return runStrangersRole({argv + 1, argv + argc});
     int calls = 2000;
     std::vector<std::string> modes;
     for (int i = 1; i < argc; ++i) {

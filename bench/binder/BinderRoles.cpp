@@ -1,7 +1,9 @@
 #include <binder/Parcel.h>
 #include <binder/ProcessState.h>
+#include <string.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <thread>
 
 #include "Roles.h"
@@ -31,6 +33,7 @@ status_t BenchNode::onTransact(uint32_t code, const Parcel& data, Parcel* reply,
         case RELAY: {
             Parcel out;
             out.write(data.data(), data.dataSize());
+            if (mSink == nullptr) return android::NO_INIT;
             if (const status_t status = mSink->transact(SINK, out, nullptr, IBinder::FLAG_ONEWAY);
                 status != OK) {
                 return status;
@@ -56,6 +59,16 @@ status_t BenchNode::onTransact(uint32_t code, const Parcel& data, Parcel* reply,
             mNamed.emplace_back(name == nullptr ? "" : name, data.readStrongBinder());
             return OK;
         }
+        case FILL: {
+            const int32_t size = data.readInt32();
+            void* const room = size < 0 ? nullptr : reply->writeInplace(size);
+            if (room == nullptr) return android::BAD_VALUE;
+            memset(room, 0, size);
+            return OK;
+        }
+        case BLOCK:
+            std::this_thread::sleep_for(std::chrono::milliseconds(data.readInt32()));
+            return OK;
         default:
             return BBinder::onTransact(code, data, reply, flags);
     }

@@ -1,5 +1,4 @@
 #include <sys/socket.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -7,12 +6,6 @@
 #include "Roles.h"
 
 namespace sonorel::bench {
-
-int64_t nowNs() {
-    timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return int64_t{now.tv_sec} * 1000000000 + now.tv_nsec;
-}
 
 bool readExactly(int fd, void* bytes, size_t size) {
     auto* next = static_cast<char*>(bytes);

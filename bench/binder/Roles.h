@@ -8,15 +8,11 @@
 #include <string>
 #include <vector>
 
+#include "Measure.h"
+
 namespace sonorel::bench {
 
 constexpr size_t kPayload = 64;
-
-// Nanoseconds of a clock that all processes share.
-int64_t nowNs();
-
-// Latencies in nanoseconds.
-using Samples = std::vector<int64_t>;
 
 // ---- Raw AF_UNIX stream sockets: the yardstick ----
 
@@ -43,6 +39,8 @@ public:
         COUNT,     // -> int64: SINKs so far
         SAMPLES,   // -> the latencies, which are then forgotten
         REGISTER,  // name, binder
+        FILL,      // int32 -> that many bytes
+        BLOCK,     // int32 milliseconds
     };
     android::sp<android::IBinder> waitFor(const std::string& name);
 

@@ -7,18 +7,16 @@
 
 #include <algorithm>
 
-#include "transport/Calls.h"
-#include "transport/Transport.h"
+#include "transport/peers/References.h"
 
 namespace android {
 
-using transport::Transport;
-
-BpBinder::BpBinder(std::shared_ptr<transport::Peer> owner, uint64_t id, bool alive)
-        : mOwner(std::move(owner)), mId(id), mAlive(alive) {}
+BpBinder::BpBinder(transport::ProxyHost& host, std::shared_ptr<transport::Peer> owner, uint64_t id,
+                   bool alive)
+        : mHost(host), mOwner(std::move(owner)), mId(id), mAlive(alive) {}
 
 BpBinder::~BpBinder() {
-    Transport::get().remotes().forget(this);
+    if (mOwner != nullptr) mHost.forget(*this);
 }
 
 const String16& BpBinder::getInterfaceDescriptor() const {
@@ -43,8 +41,8 @@ const String16& BpBinder::getInterfaceDescriptor() const {
 }
 
 bool BpBinder::isBinderAlive() const {
-    // The owner's end counts before the driver has come to each of its proxies: a caller who has
-    // been told of it finds every proxy dead.
+    // Test the peer too: the driver marks its proxies one by one, but after a caller has seen the
+    // death of one, all must be dead.
     return mAlive.load(std::memory_order_acquire) && !mOwner->isDead();
 }
 
@@ -67,7 +65,7 @@ status_t BpBinder::dump(int fd, const Vector<String16>& args) {
 
 status_t BpBinder::transact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags) {
     if (!isBinderAlive()) return DEAD_OBJECT;
-    const status_t status = transport::transact(*this, code, data, reply, flags);
+    const status_t status = mHost.transact(*this, code, data, reply, flags);
     if (status != OK && reply != nullptr && (flags & FLAG_ONEWAY) == 0) {
         reply->freeData();
         reply->setError(status);

@@ -30,7 +30,7 @@ void IPCThreadState::restoreCallingIdentity(int64_t token) {
 }
 
 void IPCThreadState::joinThreadPool(bool /*isMain*/) {
-    transport::Transport::get().pool().join();
+    transport::Transport::get().joinThreadPool();
 }
 
 IPCThreadState::Identity IPCThreadState::enterCall(const transport::ServedCall* call, pid_t pid,

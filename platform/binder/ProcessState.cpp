@@ -13,11 +13,11 @@ sp<ProcessState> ProcessState::self() {
 }
 
 void ProcessState::startThreadPool() {
-    Transport::get().pool().start();
+    Transport::get().startThreadPool();
 }
 
 status_t ProcessState::setThreadPoolMaxThreadCount(size_t maxThreads) {
-    Transport::get().pool().setMaxThreads(maxThreads);
+    Transport::get().setMaxThreads(maxThreads);
     return OK;
 }
 
@@ -34,6 +34,10 @@ OneWayCounters ProcessState::oneWayCounters(const sp<IBinder>& remote) const {
     if (proxy == nullptr || proxy->owner() == nullptr) return {};
     const transport::OneWayFlow::Counters counters = proxy->owner()->flow().counters();
     return {counters.sent, counters.delivered, counters.failed};
+}
+
+std::string ProcessState::limitsReport() const {
+    return Transport::get().accounts().report();
 }
 
 }  // namespace android

@@ -11,6 +11,7 @@
 
 #include <binder/IPCThreadState.h>
 #include <binder/Parcel.h>
+#include <binder/ProcessState.h>
 #include <log/log.h>
 #include <unistd.h>
 
@@ -180,7 +181,7 @@ status_t ServiceManager::dump(int fd, const Vector<String16>& /*args*/) {
     std::string text = std::to_string(names.size()) + " services:\n";
     for (const String16& name : names)
         text.append("  ").append(String8(name).c_str()).append("\n");
-    // Further sections are appended here; all of it is written at once, with no lock held.
+    text += "\n" + ProcessState::self()->limitsReport();
     return writeText(fd, text, kDumpWait);
 }
 

@@ -1,8 +1,8 @@
-#include <binder/IPCThreadState.h>
-#include <dirent.h>
 #include <pthread.h>
-#include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
+#include <random>
 #include <thread>
 
 #include "TransportTest.h"
@@ -19,37 +19,30 @@ using android::wp;
 class Recipient : public IBinder::DeathRecipient {
 public:
     void binderDied(const wp<IBinder>& who) override {
+        // Allowed in here, and harmless.
+        if (const sp<IBinder> object = who.promote(); object != nullptr)
+            (void)object->unlinkToDeath(this);
         char name[32] = {};
         pthread_getname_np(pthread_self(), name, sizeof(name));
         const std::lock_guard lock(mMutex);
-        ++mCount;
-        mWho = who;
-        mThread = name;
+        ++count;
+        dead = who;
+        thread = name;
         mChanged.notify_all();
     }
     [[nodiscard]] bool wait() {
         std::unique_lock lock(mMutex);
-        return mChanged.wait_for(lock, kEventDeadline, [this] { return mCount > 0; });
+        return mChanged.wait_for(lock, kEventDeadline, [this] { return count > 0; });
     }
-    int count() {
-        const std::lock_guard lock(mMutex);
-        return mCount;
-    }
-    std::string thread() {
-        const std::lock_guard lock(mMutex);
-        return mThread;
-    }
-    wp<IBinder> who() {
-        const std::lock_guard lock(mMutex);
-        return mWho;
-    }
+
+    // To be read after wait().
+    std::atomic<int> count{0};
+    std::string thread;
+    wp<IBinder> dead;
 
 private:
     std::mutex mMutex;
     std::condition_variable mChanged;
-    int mCount = 0;
-    std::string mThread;
-    wp<IBinder> mWho;
 };
 
 TEST(Death, IsToldOnceOnABinderThread) {
@@ -57,10 +50,11 @@ TEST(Death, IsToldOnceOnABinderThread) {
     const sp<Recipient> recipient = new Recipient();
     ASSERT_EQ(OK, peer.node()->linkToDeath(recipient));
     EXPECT_TRUE(peer.node()->isBinderAlive());
+    EXPECT_EQ(android::INVALID_OPERATION, World::get().node()->linkToDeath(recipient)) << "local";
     peer.kill();
     ASSERT_TRUE(recipient->wait());
-    EXPECT_EQ(0U, recipient->thread().find("binder:"));
-    EXPECT_EQ(peer.node(), recipient->who().promote());
+    EXPECT_EQ(0U, recipient->thread.find("binder:"));
+    EXPECT_EQ(peer.node(), recipient->dead.promote());
     EXPECT_FALSE(peer.node()->isBinderAlive());
     EXPECT_EQ(DEAD_OBJECT, peer.node()->pingBinder());
     EXPECT_EQ(DEAD_OBJECT, callNote(peer.node(), 1));
@@ -71,18 +65,10 @@ TEST(Death, IsToldOnceOnABinderThread) {
     TestPeer second("dies-too");
     const sp<Recipient> other = new Recipient();
     ASSERT_EQ(OK, second.node()->linkToDeath(other));
-    second.kill();
+    EXPECT_EQ(DEAD_OBJECT, Call(second.node(), TestNode::EXIT).status);
+    EXPECT_FALSE(second.node()->isBinderAlive()) << "known as soon as the caller knows";
     ASSERT_TRUE(other->wait());
-    EXPECT_EQ(1, recipient->count());
-}
-
-TEST(Death, ByExitToo) {
-    TestPeer peer("exits");
-    const sp<Recipient> recipient = new Recipient();
-    ASSERT_EQ(OK, peer.node()->linkToDeath(recipient));
-    EXPECT_EQ(DEAD_OBJECT, callPlain(peer.node(), TestNode::EXIT));
-    EXPECT_FALSE(peer.node()->isBinderAlive()) << "known as soon as the caller knows";
-    EXPECT_TRUE(recipient->wait());
+    EXPECT_EQ(1, recipient->count);
 }
 
 TEST(Death, UnlinkedAndReleasedRecipientsAreNotTold) {
@@ -100,108 +86,95 @@ TEST(Death, UnlinkedAndReleasedRecipientsAreNotTold) {
     EXPECT_EQ(android::NAME_NOT_FOUND, peer.node()->unlinkToDeath(leaves));
     peer.kill();
     ASSERT_TRUE(stays->wait());
-    EXPECT_EQ(0, leaves->count());
+    EXPECT_EQ(0, leaves->count);
 }
 
-TEST(Death, OfALocalObjectCannotBeLinked) {
-    const sp<Recipient> recipient = new Recipient();
-    EXPECT_EQ(android::INVALID_OPERATION, World::get().node()->linkToDeath(recipient));
+long entriesOf(const std::string& folder) {
+    return std::distance(std::filesystem::directory_iterator(folder), {});
 }
 
-TEST(Death, EndsACallThatWaits) {
-    TestPeer peer("blocked");
-    const sp<TestNode> mine = World::get().node();
-    ASSERT_EQ(OK, callKeep(peer.node(), "mine", mine));
-    std::thread caller([&] { EXPECT_EQ(DEAD_OBJECT, callPlain(peer.node(), TestNode::BLOCK)); });
-    // Without a word from inside the blocked call, a kill at any moment must do.
-    EXPECT_EQ(OK, callEcho(peer.node(), 4));
-    peer.kill();
-    caller.join();
+TEST(Death, AtAnyMomentLeavesNothingBehind) {
+    const uint32_t seed = std::random_device()();
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 random(seed);
+    // With what an earlier test has just left, perhaps.
+    long sockets = entriesOf(World::get().folder());
+    long descriptors = entriesOf("/proc/self/fd");
+    const int nodes = TestNode::liveNodes();
+    for (int round = rounds(50, 1000); round > 0; --round) {
+        {
+            TestPeer victim("victim");
+            const sp<TestNode> mine = new TestNode();
+            ASSERT_EQ(OK, callKeep(victim.node(), "mine", mine));
+            // It calls here on a thread of its own and inside of a call, and is called, all with
+            // references, until it is killed.
+            std::vector<std::thread> threads;
+            EXPECT_EQ(OK, Call(victim.node(), TestNode::STORM | TestNode::ONE_WAY, "mine").status);
+            threads.emplace_back([&] {
+                EXPECT_EQ(DEAD_OBJECT, Call(victim.node(), TestNode::STORM, "mine").status);
+            });
+            const unsigned last = random() % 100;
+            std::atomic<unsigned> calls{0};
+            for (int i = 0; i < 2; ++i) {
+                threads.emplace_back([&] {
+                    while (callKeep(victim.node(), "theirs", new TestNode()) == OK &&
+                           callGive(victim.node(), "theirs") != nullptr) {
+                        if (++calls == last + 1) victim.process().kill(SIGKILL);
+                    }
+                });
+            }
+            for (std::thread& thread : threads)
+                thread.join();
+            victim.kill();
+        }
+        ASSERT_TRUE(eventually([&] {
+            descriptors = std::min(descriptors, entriesOf("/proc/self/fd"));
+            sockets = std::min(sockets, entriesOf(World::get().folder()));
+            return TestNode::liveNodes() == nodes && entriesOf("/proc/self/fd") == descriptors &&
+                   entriesOf(World::get().folder()) == sockets;
+        })) << TestNode::liveNodes()
+            << " for " << nodes << " nodes, " << entriesOf("/proc/self/fd") << " for "
+            << descriptors << " descriptors, " << entriesOf(World::get().folder()) << " for "
+            << sockets << " sockets, " << round << " rounds to go";
+    }
 }
 
 TEST(Death, IsSeenByAProcessThatOnlyHolds) {
     TestPeer victim("victim");
     const TestPeer watcher("watcher");
     ASSERT_EQ(OK, callKeep(watcher.node(), "victim", victim.node()));
-    ASSERT_EQ(OK, callNamed(watcher.node(), TestNode::LINK, "victim"));
+    const auto isAlive = [&] {
+        return Call(watcher.node(), TestNode::ALIVE, "victim").reply.readBool();
+    };
+    EXPECT_TRUE(isAlive());
     victim.kill();
     // Asked again and again, as the watcher has nobody to tell.
+    EXPECT_TRUE(eventually([&] { return !isAlive(); }));
     const sp<IBinder> victimThere = callGive(watcher.node(), "victim");
-    EXPECT_TRUE(eventually(
-            [&] { return callNamed(watcher.node(), TestNode::LINK, "victim") == DEAD_OBJECT; }));
-    EXPECT_EQ(OK, watcher.node()->pingBinder());
     ASSERT_NE(nullptr, victimThere);
     EXPECT_FALSE(victimThere->isBinderAlive()) << "a dead object can still be handed on";
 }
 
-std::vector<std::string> socketsOf(const std::string& folder, pid_t pid) {
-    std::vector<std::string> names;
-    DIR* const entries = opendir(folder.c_str());
-    if (entries == nullptr) return names;
-    const std::string start = std::to_string(pid) + "-";
-    while (const dirent* entry = readdir(entries)) {
-        if (std::string(entry->d_name).compare(0, start.size(), start) == 0) {
-            names.emplace_back(entry->d_name);
-        }
-    }
-    closedir(entries);
-    return names;
-}
-
-TEST(Death, LeavesNoSocketBehind) {
-    const std::string folder = World::get().folder();
-    TestPeer killed("killed");
-    const pid_t pid = killed.process().pid();
-    EXPECT_EQ(1U, socketsOf(folder, pid).size());
-    killed.kill();
-    EXPECT_TRUE(eventually([&] { return socketsOf(folder, pid).empty(); })) << "swept by its peer";
-    pid_t exited = 0;
-    {
-        TestPeer peer("leaves");
-        exited = peer.process().pid();
-    }
-    EXPECT_TRUE(socketsOf(folder, exited).empty()) << "removed at exit";
-}
-
-// Processes in a folder of their own, whose manager is one of them.
-class Village {
-public:
-    explicit Village(const std::string& subfolder) { mFolder = mDir.path(subfolder); }
-    std::unique_ptr<ChildProcess> start(const std::vector<std::string>& args) {
-        ChildProcess::Options options;
-        options.program = SONOREL_BIN_DIR "/binder_test_peer";
-        options.args = args;
-        options.env["SONOREL_RUNTIME_DIR"] = mFolder;
-        return std::make_unique<ChildProcess>(options);
-    }
-
-private:
-    TempDir mDir;
-    std::string mFolder;
-};
-
 TEST(Manager, OnlyOneAtATimeAndReplacedAfterItsDeath) {
-    Village village("run");
-    auto first = village.start({"first", "--manager"});
-    ASSERT_TRUE(first->waitForOutput("ready"));
-    auto second = village.start({"second", "--manager"});
-    ASSERT_TRUE(second->waitForOutput("manager: " + std::to_string(android::ALREADY_EXISTS)));
-    first->kill(SIGKILL);
-    ASSERT_TRUE(first->wait());
-    auto orphan = village.start({"orphan"});
-    EXPECT_TRUE(orphan->waitForOutput("no context manager")) << "the dead one's name leads nowhere";
-    auto third = village.start({"third", "--manager"});
-    ASSERT_TRUE(third->waitForOutput("ready"));
-    auto client = village.start({"client"});
-    EXPECT_TRUE(client->waitForOutput("ready"));
-}
-
-TEST(Manager, IsFoundThroughAPathLongerThanASocketAddress) {
-    Village village(std::string(150, 'x'));
-    auto manager = village.start({"manager", "--manager"});
-    ASSERT_TRUE(manager->waitForOutput("ready")) << manager->errors();
-    auto client = village.start({"client"});
-    EXPECT_TRUE(client->waitForOutput("ready")) << client->errors();
+    // The second path is longer than a socket's address.
+    for (const std::string& subfolder : {std::string("run"), std::string(150, 'x')}) {
+        const TempDir dir;
+        const auto start = [&](const std::vector<std::string>& args) {
+            return startPeer(args, std::nullopt, dir.path(subfolder));
+        };
+        const auto first = start({"first", "--manager"});
+        ASSERT_TRUE(first->waitForOutput("ready")) << first->errors();
+        const auto second = start({"second", "--manager"});
+        ASSERT_TRUE(second->waitForOutput("manager: " + std::to_string(android::ALREADY_EXISTS)));
+        first->kill(SIGKILL);
+        ASSERT_TRUE(first->wait());
+        const auto orphan = start({"orphan"});
+        EXPECT_TRUE(orphan->waitForOutput("no context manager")) << "its name leads nowhere";
+        const auto third = start({"third", "--manager"});
+        ASSERT_TRUE(third->waitForOutput("ready"));
+        const auto client = start({"client"});
+        EXPECT_TRUE(client->waitForOutput("ready")) << client->errors();
+    }
 }
 
 }  // namespace

@@ -2,8 +2,10 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/futex.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -13,7 +15,9 @@
 #include <thread>
 #include <vector>
 
-#include "platform/binder/transport/Connection.h"
+#include "platform/binder/transport/connection/Connection.h"
+#include "support/TempDir.h"
+#include "support/Wait.h"
 
 namespace sonorel::test {
 namespace {
@@ -29,10 +33,8 @@ struct Pair {
     Pair() {
         int sockets[2] = {-1, -1};
         EXPECT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sockets));
-        opener = std::make_shared<Connection>(unique_fd(sockets[0]), ConnectionKind::CALL, false);
-        acceptor = std::make_shared<Connection>(unique_fd(sockets[1]), ConnectionKind::CALL, true);
-        opener->setPage(SharedPage::create(&page));
-        acceptor->setPage(SharedPage::adopt(page));
+        opener = make(sockets[0], Side::OPENER, SharedPage::create(&page));
+        acceptor = make(sockets[1], Side::ACCEPTOR, SharedPage::adopt(page));
         words = static_cast<std::atomic<uint32_t>*>(
                 mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED, page.get(), 0));
     }
@@ -40,8 +42,14 @@ struct Pair {
     Pair(const Pair&) = delete;
     Pair& operator=(const Pair&) = delete;
 
+    std::shared_ptr<Connection> make(int socket, Side side, std::shared_ptr<SharedPage> mapping) {
+        return std::make_shared<Connection>(OwnFd(socket), ConnectionKind::CALL, side,
+                                            std::move(mapping), accounts);
+    }
+
+    Accounts accounts{usualLimits(), {geteuid()}};
     unique_fd page;
-    std::atomic<uint32_t>* words;  // state, size and more of the mailbox to the acceptor
+    std::atomic<uint32_t>* words;  // state, size, end and more of the mailbox to the acceptor
     std::shared_ptr<Connection> opener;
     std::shared_ptr<Connection> acceptor;
 };
@@ -49,62 +57,59 @@ struct Pair {
 constexpr uint32_t kParked = 1;
 constexpr uint32_t kFull = 2;
 
+OutFrame makeFrame(uint64_t number, uint32_t size) {
+    OutFrame frame;
+    frame.header = makeHeader(FrameType::REQUEST, number);
+    frame.header.dataSize = size;
+    frame.data = kBytes.data();
+    return frame;
+}
+
 // Sizes on both sides of what a mailbox holds, the small ones more often.
-class FrameMaker {
-public:
-    explicit FrameMaker(unsigned seed) : mRandom(seed) {}
+struct FrameMaker {
     OutFrame make(uint64_t number) {
         static constexpr uint32_t kSizes[] = {0, 24, 104, 200, 200, 1480, 1500, 7000};
-        OutFrame frame;
-        frame.header = makeHeader(FrameType::REQUEST);
-        frame.header.target = number;
-        frame.header.dataSize = kSizes[mRandom() % std::size(kSizes)];
-        frame.data = kBytes.data();
-        return frame;
+        return makeFrame(number, kSizes[random() % std::size(kSizes)]);
     }
-    bool chance() { return mRandom() % 2 == 0; }
+    bool chance() { return random() % 2 == 0; }
 
-private:
-    std::minstd_rand mRandom;
+    std::minstd_rand random;
 };
-
-bool isWhole(const Frame& frame) {
-    return memcmp(frame.data, kBytes.data(), frame.header.dataSize) == 0;
-}
 
 // The next frame's number, or 0 at the end; `patient` as a caller, else as a thread of the pool.
 uint64_t takeNumber(Connection& connection, bool patient) {
     for (;;) {
         Frame frame;
         if (connection.input().next(&frame) == FrameInput::Result::FRAME) {
-            return isWhole(frame) ? frame.header.target : 0;
+            const bool whole = memcmp(frame.data, kBytes.data(), frame.header.dataSize) == 0;
+            return whole ? frame.header.target : 0;
         }
-        const ssize_t got = patient ? connection.receive() : connection.receiveSoon();
-        if (got <= 0 && (patient || got != -EAGAIN)) return 0;
+        const ssize_t got = patient ? connection.await() : connection.receiveSoon();
+        // Nothing for now, or woken for nothing.
+        if (got <= 0 && got != (patient ? -EINTR : -EAGAIN)) return 0;
     }
 }
 
 TEST(Mailbox, KeepsOrderWithTheStream) {
     constexpr uint64_t kFrames = 30000;
-    const Pair pair;
+    Pair pair;
     uint64_t total = 0;
     std::thread sender([&] {
-        FrameMaker maker(1);
+        FrameMaker maker{std::minstd_rand(1)};
         for (uint64_t i = 1; i <= kFrames; ++i) {
             while (i % 1000 == 0 && pair.words[0] != kParked)
                 std::this_thread::yield();
             const OutFrame frame = maker.make(i);
             total += frameSize(frame.header);
-            Connection::Posted posted = pair.opener->post(frame);
+            Connection::Posted posted = pair.opener->post(frame, Connection::Bound::ACCOUNT);
             // A full socket is left to fill the queue further, or is emptied.
             while (posted == Connection::Posted::QUEUED && maker.chance()) {
                 posted = pair.opener->flush();
             }
             if (maker.chance()) std::this_thread::yield();
         }
-        while (pair.opener->flush() == Connection::Posted::QUEUED) {
+        while (pair.opener->flush() == Connection::Posted::QUEUED)
             std::this_thread::yield();
-        }
     });
     for (uint64_t i = 1; i <= kFrames; ++i) {
         const uint64_t number = takeNumber(*pair.acceptor, /*patient*/ false);
@@ -120,14 +125,15 @@ TEST(Mailbox, KeepsOrderWithTheStream) {
 
 TEST(Mailbox, NoAnswerIsMissedByACallerWhoWaits) {
     constexpr uint64_t kCalls = 20000;
-    const Pair pair;
+    Pair pair;
     std::thread server([&] {
-        FrameMaker maker(2);
+        FrameMaker maker{std::minstd_rand(2)};
         while (const uint64_t number = takeNumber(*pair.acceptor, maker.chance())) {
-            EXPECT_EQ(Connection::Posted::SENT, pair.acceptor->post(maker.make(number)));
+            EXPECT_EQ(Connection::Posted::SENT,
+                      pair.acceptor->post(maker.make(number), Connection::Bound::ACCOUNT));
         }
     });
-    FrameMaker maker(3);
+    FrameMaker maker{std::minstd_rand(3)};
     for (uint64_t i = 1; i <= kCalls; ++i) {
         if (maker.chance()) pair.opener->expect();
         EXPECT_EQ(OK, pair.opener->send(maker.make(i)));
@@ -141,26 +147,35 @@ TEST(Mailbox, NoAnswerIsMissedByACallerWhoWaits) {
 
 TEST(Mailbox, TheEndReachesACallerWhoWaits) {
     for (int round = 0; round < 2000; ++round) {
-        const Pair pair;
+        Pair pair;
         // Parked for good, as a process that is killed there: the call goes by the mailbox.
-        pair.acceptor->expect();
+        pair.opener->expect();
+        // Or one that takes its marks back: the end of this side is out of its reach.
+        std::atomic<bool> lies{round % 50 == 49};
+        std::thread liar([&] {
+            while (lies) {
+                pair.words[2] = 0;  // not closed
+                pair.words[0] = kParked;
+            }
+        });
         std::thread caller([&] {
-            pair.opener->expect();
-            (void)pair.opener->send(FrameMaker(4).make(1));  // fails when the end came first
-            EXPECT_LE(pair.opener->receive(), 0);
+            pair.acceptor->expect();
+            (void)pair.acceptor->send(makeFrame(1, 24));  // fails when the end came first
+            EXPECT_EQ(0U, takeNumber(*pair.acceptor, /*patient*/ true));
         });
         for (int i = 0; i < round % 200; ++i)
             std::this_thread::yield();
         (round % 2 == 0 ? pair.opener : pair.acceptor)->end();
         caller.join();
+        lies = false;
+        liar.join();
     }
 }
 
 TEST(Mailbox, ASenderKilledBeforeItWokeTheReceiverLeavesItTheFrame) {
-    const Pair pair;
-    std::thread receiver([&] {
-        EXPECT_EQ(static_cast<ssize_t>(sizeof(FrameHeader)), pair.acceptor->receive());
-    });
+    Pair pair;
+    std::thread receiver(
+            [&] { EXPECT_EQ(static_cast<ssize_t>(sizeof(FrameHeader)), pair.acceptor->await()); });
     while (pair.words[0] != kParked)
         std::this_thread::yield();
     pair.words[1] = sizeof(FrameHeader);
@@ -169,61 +184,85 @@ TEST(Mailbox, ASenderKilledBeforeItWokeTheReceiverLeavesItTheFrame) {
     receiver.join();
 }
 
-TEST(Mailbox, WhatAStrangerWritesThereIsAFrameOrNone) {
-    struct Case {
-        uint32_t size;
-        bool received;
-    };
-    for (const Case& bad : {Case{0, true},
-                            {7, true},
-                            {Mailbox::kSlotBytes, true},
-                            {Mailbox::kSlotBytes + 1, false},
-                            {UINT32_MAX, false}}) {
-        const Pair pair;
+// True once the thread, which has nothing else to wait for, sleeps at the mailbox.
+bool fallsAsleep(const std::atomic<pid_t>& thread) {
+    return eventually([&] {
+        if (thread == 0) return false;
+        const std::string stat = readFile("/proc/self/task/" + std::to_string(thread) + "/stat");
+        const size_t name = stat.rfind(") ");
+        return name != std::string::npos && stat[name + 2] == 'S';
+    });
+}
+
+TEST(Mailbox, AnotherSleeperTakesNoWakeUpAway) {
+    for (const char* what : {"a frame", "a frame on the stream", "the peer's end", "its own end"}) {
+        Pair pair;
         pair.acceptor->expect();
-        pair.words[1] = bad.size;
-        pair.words[0] = kFull;
-        const ssize_t got = pair.acceptor->receiveSoon();
-        Frame frame;
-        if (!bad.received) {
-            EXPECT_EQ(-EPROTO, got);
-        } else if (bad.size >= sizeof(FrameHeader)) {
-            EXPECT_EQ(static_cast<ssize_t>(bad.size), got);
-            EXPECT_EQ(FrameInput::Result::BROKEN, pair.acceptor->input().next(&frame));
+        // The kernel wakes first who has slept longest.
+        std::atomic<pid_t> thiefThread{0};
+        std::thread thief([&] {
+            thiefThread = gettid();
+            (void)syscall(SYS_futex, pair.words, FUTEX_WAIT, kParked, nullptr, nullptr, 0);
+        });
+        EXPECT_TRUE(fallsAsleep(thiefThread));
+        const bool frame = what[0] == 'a';
+        std::atomic<pid_t> receiverThread{0};
+        std::thread receiver([&] {
+            receiverThread = gettid();
+            EXPECT_EQ(frame ? 1U : 0U, takeNumber(*pair.acceptor, /*patient*/ true)) << what;
+        });
+        EXPECT_TRUE(fallsAsleep(receiverThread));
+        if (frame) {
+            EXPECT_EQ(OK, pair.opener->send(makeFrame(1, strlen(what) > 7 ? 7000 : 24)));
         } else {
-            EXPECT_NE(FrameInput::Result::FRAME, pair.acceptor->input().next(&frame));
+            (what[0] == 't' ? pair.opener : pair.acceptor)->end();
         }
+        receiver.join();
+        thief.join();
+    }
+}
+
+TEST(Mailbox, WhatAStrangerWritesThereIsNoFrame) {
+    constexpr uint32_t kSlot = Mailbox::kSlotBytes;
+    for (const auto& [size, got] :
+         std::vector<std::pair<uint32_t, ssize_t>>{{0, -EAGAIN},
+                                                   {7, 7},
+                                                   {kSlot, kSlot},
+                                                   {kSlot + 1, -EPROTO},
+                                                   {UINT32_MAX, -EPROTO}}) {
+        Pair pair;
+        pair.acceptor->expect();
+        pair.words[1] = size;
+        pair.words[0] = kFull;
+        EXPECT_EQ(got, pair.acceptor->receiveSoon());
+        Frame frame;
+        EXPECT_NE(FrameInput::Result::FRAME, pair.acceptor->input().next(&frame));
         // A state that there is not, and counts that cannot be: all goes by the stream.
         pair.acceptor->expect();
         for (int i = 0; i < 8; ++i)
             pair.words[i] = UINT32_MAX;
-        FrameMaker maker(5);
-        EXPECT_EQ(OK, pair.opener->send(maker.make(9)));
+        EXPECT_EQ(OK, pair.opener->send(makeFrame(9, 24)));
         EXPECT_GT(pair.acceptor->receiveSoon(), 0);
     }
 }
 
 TEST(Mailbox, APageThatCouldShrinkIsRefused) {
-    const unique_fd open(memfd_create("page", MFD_CLOEXEC | MFD_ALLOW_SEALING));
-    ASSERT_EQ(0, ftruncate(open.get(), 4096));
-    EXPECT_EQ(nullptr, SharedPage::adopt(open));
-    ASSERT_EQ(0, fcntl(open.get(), F_ADD_SEALS, F_SEAL_SHRINK));
-    EXPECT_NE(nullptr, SharedPage::adopt(open));
-    const unique_fd small(memfd_create("page", MFD_CLOEXEC | MFD_ALLOW_SEALING));
-    ASSERT_EQ(0, ftruncate(small.get(), 4095));
-    ASSERT_EQ(0, fcntl(small.get(), F_ADD_SEALS, F_SEAL_SHRINK));
-    EXPECT_EQ(nullptr, SharedPage::adopt(small));
+    for (const auto& [size, seals] :
+         {std::pair(4096, F_SEAL_GROW), {4095, F_SEAL_SHRINK}, {4096, F_SEAL_SHRINK}}) {
+        const unique_fd page(memfd_create("page", MFD_CLOEXEC | MFD_ALLOW_SEALING));
+        ASSERT_TRUE(ftruncate(page.get(), size) == 0 && fcntl(page.get(), F_ADD_SEALS, seals) == 0);
+        EXPECT_EQ(size == 4096 && seals == F_SEAL_SHRINK, SharedPage::adopt(page) != nullptr);
+    }
 }
 
 TEST(Claim, ALateOneIsToldToTheHolder) {
-    const Pair pair;
-    EXPECT_FALSE(pair.acceptor->yield()) << "held from the start, by nobody else wanted";
-    EXPECT_TRUE(pair.acceptor->claim());
-    EXPECT_FALSE(pair.acceptor->yield());
+    Pair pair;
+    EXPECT_TRUE(pair.acceptor->release()) << "held from the start, by nobody else wanted";
     EXPECT_TRUE(pair.acceptor->claim());
     EXPECT_FALSE(pair.acceptor->claim());
     EXPECT_FALSE(pair.acceptor->claim());
-    EXPECT_TRUE(pair.acceptor->yield());
+    EXPECT_FALSE(pair.acceptor->release()) << "there is something to look for";
+    EXPECT_TRUE(pair.acceptor->release());
     EXPECT_TRUE(pair.acceptor->claim()) << "free again";
 }
 

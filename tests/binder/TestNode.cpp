@@ -1,13 +1,12 @@
 #include "TestNode.h"
 
 #include <binder/IPCThreadState.h>
-#include <dirent.h>
+#include <signal.h>
 #include <stdlib.h>
+#include <string.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <atomic>
-#include <iterator>
+#include <filesystem>
 
 namespace sonorel::test {
 
@@ -17,58 +16,36 @@ using android::OK;
 using android::Parcel;
 using android::sp;
 using android::status_t;
-using android::wp;
 
 namespace {
-
-std::atomic<int> sLive{0};
-
-int countThreads() {
-    int count = 0;
-    DIR* const tasks = opendir("/proc/self/task");
-    if (tasks == nullptr) return -1;
-    while (const dirent* entry = readdir(tasks)) {
-        if (entry->d_name[0] != '.') ++count;
-    }
-    closedir(tasks);
-    return count;
-}
 
 std::string readName(const Parcel& data) {
     const char* const text = data.readCString();
     return text == nullptr ? "" : text;
 }
 
+// Passes a call on whose code and arguments are what is left in `data`.
+status_t passOn(const Parcel& data, const sp<IBinder>& target, Parcel* reply) {
+    const uint32_t code = data.readUint32();
+    Parcel rest;
+    rest.appendFrom(&data, data.dataPosition(), data.dataAvail());
+    return target->transact(code, rest, reply);
+}
+
+// Bytes of a round: what is cut or moved shows.
+std::string pattern(int32_t size) {
+    std::string bytes(size, '\0');
+    for (int32_t i = 0; i < size; ++i)
+        bytes[i] = static_cast<char>(i * 31 + (i >> 8));
+    return bytes;
+}
+
+bool endsInPattern(const Parcel& parcel, int32_t size) {
+    return parcel.dataAvail() == static_cast<size_t>(size) &&
+           memcmp(parcel.data() + parcel.dataPosition(), pattern(size).data(), size) == 0;
+}
+
 }  // namespace
-
-class TestNode::Mourner : public IBinder::DeathRecipient {
-public:
-    explicit Mourner(TestNode* node) : mNode(node) {}
-    void binderDied(const wp<IBinder>& who) override {
-        const sp<TestNode> node = mNode.promote();
-        if (node == nullptr) return;
-        // Allowed inside binderDied, and harmless.
-        if (const sp<IBinder> dead = who.promote(); dead != nullptr)
-            (void)dead->unlinkToDeath(this);
-        const std::lock_guard lock(node->mMutex);
-        ++node->mDeaths;
-        node->mChanged.notify_all();
-    }
-
-private:
-    const wp<TestNode> mNode;
-};
-
-TestNode::TestNode() {
-    ++sLive;
-}
-TestNode::~TestNode() {
-    --sLive;
-}
-
-int TestNode::liveNodes() {
-    return sLive;
-}
 
 template <typename Condition>
 bool TestNode::waitUntil(Condition condition) {
@@ -85,8 +62,11 @@ bool TestNode::waitForNotes(size_t count) {
 bool TestNode::waitForBlocked(int count) {
     return waitUntil([&] { return mBlocked >= count; });
 }
-bool TestNode::waitForDeaths(int count) {
-    return waitUntil([&] { return mDeaths >= count; });
+
+void TestNode::keep(const std::string& name, sp<IBinder> object) {
+    const std::lock_guard lock(mMutex);
+    std::swap(mKept[name], object);  // the destructor of an earlier one may call out
+    mChanged.notify_all();
 }
 
 sp<IBinder> TestNode::kept(const std::string& name) {
@@ -106,70 +86,60 @@ std::vector<int32_t> TestNode::notes() {
     const std::lock_guard lock(mMutex);
     return mNotes;
 }
-int TestNode::deaths() {
+std::pair<uid_t, pid_t> TestNode::noteCaller() {
     const std::lock_guard lock(mMutex);
-    return mDeaths;
-}
-uid_t TestNode::noteUid() {
-    const std::lock_guard lock(mMutex);
-    return mNoteUid;
-}
-pid_t TestNode::notePid() {
-    const std::lock_guard lock(mMutex);
-    return mNotePid;
+    return mNoteCaller;
 }
 
 void TestNode::unblock() {
     const std::lock_guard lock(mMutex);
-    ++mUnblocks;
+    mUnblocked = true;
     mChanged.notify_all();
 }
 
 status_t TestNode::onTransact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags) {
-    if (code >= KEEP && code <= DROP) return handleObjects(code, data, reply);
-    if (code >= RELAY && code <= HAND_OVER) return handleCalls(code, data, reply);
+    if (code >= RELAY && code <= STORM) return handleCalls(code, data, reply);
     if (code >= ECHO && code <= EXIT) return handleProcess(code, data, reply);
     return BBinder::onTransact(code, data, reply, flags);
 }
 
-status_t TestNode::handleObjects(uint32_t code, const Parcel& data, Parcel* reply) {
-    const std::string name = readName(data);
-    if (code == GIVE) return reply->writeStrongBinder(kept(name));
-    if (code == DROP) {
-        drop(name);
-        return OK;
-    }
-    sp<IBinder> object;
-    if (const status_t status = data.readNullableStrongBinder(&object); status != OK) return status;
-    const std::lock_guard lock(mMutex);
-    mKept[name] = object;
-    mChanged.notify_all();
-    return OK;
-}
-
 status_t TestNode::handleCalls(uint32_t code, const Parcel& data, Parcel* reply) {
-    const sp<IBinder> target = kept(readName(data));
+    const std::string name = readName(data);
+    const sp<IBinder> target = kept(name);
     if (target == nullptr) return android::NAME_NOT_FOUND;
-    if (code == RELAY) {
-        const uint32_t relayed = data.readUint32();
-        Parcel out;
-        Parcel in;
-        out.write(data.data() + data.dataPosition(), data.dataAvail());
-        reply->writeInt32(target->transact(relayed, out, &in));
-        return reply->writeInt32(in.readInt32());
+    switch (code) {
+        case RELAY: {
+            Parcel in;
+            reply->writeInt32(passOn(data, target, &in));
+            return reply->appendFrom(&in, 0, in.dataSize());
+        }
+        case FETCH: {
+            const std::string newName = readName(data);
+            Parcel in;
+            const status_t status = passOn(data, target, &in);
+            keep(newName, in.readStrongBinder());
+            return status;
+        }
+        case HAND_OVER: {
+            const uint32_t way = data.readUint32();
+            const std::string object = readName(data);
+            const status_t status = Call(target, way, object, kept(object)).status;
+            if (data.readBool()) return raise(SIGKILL);
+            drop(object);
+            return status;
+        }
+        case SEND_NOTES: {
+            const int32_t first = data.readInt32();
+            reply->writeInt32(sendNotes(target, first, data.readInt32(), 0));
+            drop(name);
+            return OK;
+        }
+        default:
+            while (callKeep(target, "storm", new TestNode()) == OK &&
+                   callGive(target, "storm") != nullptr) {
+            }
+            return OK;
     }
-    if (code == HAND_OVER) {
-        const sp<IBinder> object = kept(readName(data));
-        const std::string nameThere = readName(data);
-        const uint32_t flags = data.readBool() ? IBinder::FLAG_ONEWAY : 0;
-        return callKeep(target, nameThere, object, flags);
-    }
-    const int32_t first = data.readInt32();
-    const int32_t count = data.readInt32();
-    int32_t accepted = 0;
-    while (accepted < count && callNote(target, first + accepted) == OK)
-        ++accepted;
-    return reply->writeInt32(accepted);
 }
 
 status_t TestNode::handleProcess(uint32_t code, const Parcel& data, Parcel* reply) {
@@ -181,6 +151,19 @@ status_t TestNode::handleProcess(uint32_t code, const Parcel& data, Parcel* repl
             reply->writeUint32(thread->getCallingUid());
             reply->writeInt32(thread->getCallingPid());
             return reply->writeBool(thread->isServingCall());
+        case KEEP: {
+            const std::string name = readName(data);
+            keep(name, data.readStrongBinder());
+            return OK;
+        }
+        case GIVE:
+        case TAKE:
+        case DROP: {
+            const std::string name = readName(data);
+            if (code != DROP) reply->writeStrongBinder(kept(name));
+            if (code != GIVE) drop(name);
+            return OK;
+        }
         case MAKE:
             return reply->writeStrongBinder(new TestNode());
         case LIVE:
@@ -188,43 +171,30 @@ status_t TestNode::handleProcess(uint32_t code, const Parcel& data, Parcel* repl
         case NOTE: {
             const std::lock_guard lock(mMutex);
             mNotes.push_back(data.readInt32());
-            mNoteUid = thread->getCallingUid();
-            mNotePid = thread->getCallingPid();
+            mNoteCaller = {thread->getCallingUid(), thread->getCallingPid()};
             mChanged.notify_all();
             return OK;
         }
+        case NOTES:
+            return reply->writeInt32Vector(notes());
         case BLOCK: {
             std::unique_lock lock(mMutex);
             ++mBlocked;
             mChanged.notify_all();
-            mChanged.wait_for(lock, kEventDeadline, [this] { return mUnblocks > 0; });
+            mChanged.wait_for(lock, kEventDeadline, [this] { return mUnblocked; });
             --mBlocked;
             return OK;
         }
         case UNBLOCK:
             unblock();
             return OK;
-        case LINK: {
+        case ALIVE: {
             const sp<IBinder> object = kept(readName(data));
-            if (object == nullptr) return android::NAME_NOT_FOUND;
-            const sp<Mourner> mourner = new Mourner(this);
-            {
-                const std::lock_guard lock(mMutex);
-                mMourners.push_back(mourner);
-            }
-            return object->linkToDeath(mourner);
-        }
-        case SAME: {
-            const sp<IBinder> first = data.readStrongBinder();
-            const sp<IBinder> second = data.readStrongBinder();
-            reply->writeBool(first == second);
-            return reply->writeBool(first != nullptr && first->localBinder() != nullptr);
+            return reply->writeBool(object != nullptr && object->isBinderAlive());
         }
         case WRITE_FD: {
             android::base::unique_fd fd;
-            if (const status_t status = data.readUniqueFileDescriptor(&fd); status != OK) {
-                return status;
-            }
+            (void)data.readUniqueFileDescriptor(&fd);
             const std::string text = readName(data);
             return ::write(fd.get(), text.data(), text.size()) < 0 ? -errno : OK;
         }
@@ -232,15 +202,43 @@ status_t TestNode::handleProcess(uint32_t code, const Parcel& data, Parcel* repl
             return reply->setDataSize(data.readInt32());
         case STATUS:
             return data.readInt32();
-        case THREADS:
-            return reply->writeInt32(countThreads());
-        case CALL_BACK:
-            return callEcho(data.readStrongBinder(), 400);
+        case THREADS: {
+            const std::filesystem::directory_iterator tasks("/proc/self/task");
+            return reply->writeInt32(std::distance(tasks, {}));
+        }
+        case ROUND: {
+            const int32_t size = data.readInt32();
+            Hops hops;
+            data.readStrongBinderVector(&hops);
+            if (!endsInPattern(data, size)) return android::BAD_VALUE;
+            const pid_t caller = thread->getCallingPid();
+            const status_t status = callRound(hops, size, reply);
+            return thread->getCallingPid() == caller ? status : android::INVALID_OPERATION;
+        }
         case EXIT:
             exit(0);
         default:
             return android::UNKNOWN_TRANSACTION;
     }
+}
+
+status_t callRound(const Hops& hops, int32_t size, Parcel* reply) {
+    if (hops.empty()) {
+        reply->writeUint32(IPCThreadState::self()->getCallingUid());
+        reply->writeInt32(IPCThreadState::self()->getCallingPid());
+        reply->writeInt32(gettid());
+        return reply->write(pattern(size).data(), size);
+    }
+    Parcel data;
+    data.writeInt32(size);
+    data.writeStrongBinderVector({hops.begin() + 1, hops.end()});
+    data.write(pattern(size).data(), size);
+    const status_t status = hops.front()->transact(TestNode::ROUND, data, reply);
+    if (status != OK) return status;
+    reply->setDataPosition(3 * sizeof(int32_t));
+    const bool whole = endsInPattern(*reply, size);
+    reply->setDataPosition(0);
+    return whole ? OK : android::BAD_VALUE;
 }
 
 status_t callEcho(const sp<IBinder>& node, size_t size, size_t* outSize) {
@@ -259,49 +257,24 @@ status_t callNote(const sp<IBinder>& node, int32_t value, size_t padding) {
     return node->transact(TestNode::NOTE, data, nullptr, IBinder::FLAG_ONEWAY);
 }
 
-status_t callKeep(const sp<IBinder>& node, const std::string& name, const sp<IBinder>& object,
-                  uint32_t flags) {
-    Parcel data;
-    Parcel reply;
-    data.writeCString(name.c_str());
-    data.writeStrongBinder(object);
-    return node->transact(TestNode::KEEP, data, &reply, flags);
+int32_t sendNotes(const sp<IBinder>& node, int32_t first, int32_t count, size_t padding) {
+    int32_t accepted = 0;
+    while (accepted < count && callNote(node, first + accepted, padding) == OK)
+        ++accepted;
+    return accepted;
+}
+
+status_t callKeep(const sp<IBinder>& node, const std::string& name, const sp<IBinder>& object) {
+    return Call(node, TestNode::KEEP, name, object).status;
 }
 
 sp<IBinder> callGive(const sp<IBinder>& node, const std::string& name) {
-    Parcel data;
-    Parcel reply;
-    data.writeCString(name.c_str());
-    if (node->transact(TestNode::GIVE, data, &reply) != OK) return nullptr;
-    return reply.readStrongBinder();
-}
-
-status_t callNamed(const sp<IBinder>& node, uint32_t code, const std::string& name,
-                   uint32_t flags) {
-    Parcel data;
-    Parcel reply;
-    data.writeCString(name.c_str());
-    return node->transact(code, data, &reply, flags);
+    return Call(node, TestNode::GIVE, name).reply.readStrongBinder();
 }
 
 int32_t callInt(const sp<IBinder>& node, uint32_t code) {
-    Parcel data;
-    Parcel reply;
-    if (node->transact(code, data, &reply) != OK) return -1;
-    return reply.readInt32();
-}
-
-status_t callBack(const sp<IBinder>& node, const sp<IBinder>& self) {
-    Parcel data;
-    Parcel reply;
-    data.writeStrongBinder(self);
-    return node->transact(TestNode::CALL_BACK, data, &reply);
-}
-
-status_t callPlain(const sp<IBinder>& node, uint32_t code, uint32_t flags) {
-    Parcel data;
-    Parcel reply;
-    return node->transact(code, data, &reply, flags);
+    const Call call(node, code);
+    return call.status == OK ? call.reply.readInt32() : -1;
 }
 
 }  // namespace sonorel::test

@@ -2,7 +2,6 @@
 
 #include <binder/IPCThreadState.h>
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <thread>
@@ -18,120 +17,80 @@ using android::OK;
 using android::Parcel;
 using android::sp;
 using android::status_t;
-using android::UNKNOWN_TRANSACTION;
 
 constexpr size_t kLimit = 1024 * 1024 - 8192;
 
-// Has `from` call `code` of the object that it keeps under `name`.
-status_t relay(const sp<IBinder>& from, const std::string& name, uint32_t code,
-               int32_t* outValue = nullptr) {
-    Parcel data;
-    Parcel reply;
-    data.writeCString(name.c_str());
-    data.writeUint32(code);
-    if (const status_t status = from->transact(TestNode::RELAY, data, &reply); status != OK) {
-        return status;
-    }
-    const status_t status = reply.readInt32();
-    if (outValue != nullptr) *outValue = reply.readInt32();
-    return status;
+// What the call without arguments ended in that `from` made to what it keeps under `name`.
+status_t relay(const sp<IBinder>& from, const std::string& name, uint32_t code) {
+    const Call call(from, TestNode::RELAY, name, code);
+    return call.status == OK ? call.reply.readInt32() : call.status;
 }
 
 TEST(Call, EverySizeUpToTheLimitComesBack) {
     const TestPeer peer("sizes");
+    const Call first(peer.node(), TestNode::ECHO, 77);
     for (size_t size : {size_t{0}, size_t{4}, size_t{100}, size_t{16384}, size_t{300000}, kLimit}) {
         size_t back = 1;
         EXPECT_EQ(OK, callEcho(peer.node(), size, &back)) << size;
         EXPECT_EQ(size, back);
     }
+    EXPECT_EQ(77, first.reply.readInt32()) << "not written over by a later reply";
     EXPECT_EQ(FAILED_TRANSACTION, callEcho(peer.node(), kLimit + 4));
-    Parcel data;
-    Parcel reply;
-    data.writeInt32(kLimit + 4);
-    EXPECT_EQ(FAILED_TRANSACTION, peer.node()->transact(TestNode::BIG_REPLY, data, &reply));
+    EXPECT_EQ(FAILED_TRANSACTION,
+              Call(peer.node(), TestNode::BIG_REPLY, static_cast<int32_t>(kLimit + 4)).status);
     EXPECT_EQ(OK, peer.node()->pingBinder()) << "the connection outlives a refusal";
-}
-
-TEST(Call, ContentsAreThoseThatWereSent) {
-    const TestPeer peer("contents");
-    Parcel data;
-    for (int32_t i = 0; i < 100000; ++i)
-        data.writeInt32(i * 7);
-    Parcel first;
-    Parcel second;
-    ASSERT_EQ(OK, peer.node()->transact(TestNode::ECHO, data, &first));
-    ASSERT_EQ(OK, peer.node()->transact(TestNode::ECHO, data, &second));
-    ASSERT_EQ(data.dataSize(), first.dataSize());
-    // The first reply must not have been written over by the second.
-    EXPECT_EQ(0, memcmp(data.data(), first.data(), data.dataSize()));
-    EXPECT_EQ(0, memcmp(data.data(), second.data(), data.dataSize()));
 }
 
 TEST(Call, StatusOfTheMethodIsTheStatusOfTheCall) {
     const TestPeer peer("status");
     for (status_t status : {status_t{android::BAD_TYPE}, status_t{android::NOT_ENOUGH_DATA},
                             status_t{android::PERMISSION_DENIED}, status_t{DEAD_OBJECT}}) {
-        Parcel data;
-        Parcel reply;
-        data.writeInt32(status);
-        EXPECT_EQ(status, peer.node()->transact(TestNode::STATUS, data, &reply));
+        EXPECT_EQ(status, Call(peer.node(), TestNode::STATUS, status).status);
     }
-    EXPECT_EQ(UNKNOWN_TRANSACTION, callPlain(peer.node(), TestNode::EXIT + 1));
+    EXPECT_EQ(android::UNKNOWN_TRANSACTION, Call(peer.node(), TestNode::EXIT + 1).status);
     EXPECT_TRUE(peer.node()->isBinderAlive()) << "a method's DEAD_OBJECT is not the process's";
 }
 
 TEST(Call, ManyThreadsCallAtOnce) {
     const TestPeer peer("threads");
     std::vector<std::thread> threads;
-    std::atomic<int> good{0};
     for (int i = 0; i < 8; ++i) {
         threads.emplace_back([&] {
-            for (int call = 0; call < 100; ++call) {
-                size_t back = 0;
-                const size_t size = 4 * (call + 1);
-                if (callEcho(peer.node(), size, &back) == OK && back == size) ++good;
+            for (int32_t size = 4; size <= 400; size += 4) {
+                Parcel reply;
+                EXPECT_EQ(OK, callRound({peer.node()}, size, &reply));
             }
         });
     }
     for (std::thread& thread : threads)
         thread.join();
-    EXPECT_EQ(800, good);
 }
 
 TEST(Identity, IsTheKernelsAndEndsWithTheCall) {
     const TestPeer peer("identity");
-    Parcel data;
-    Parcel reply;
-    ASSERT_EQ(OK, peer.node()->transact(TestNode::IDENTITY, data, &reply));
-    EXPECT_EQ(getuid(), reply.readUint32());
-    EXPECT_EQ(getpid(), reply.readInt32());
-    EXPECT_TRUE(reply.readBool());
-    Parcel local;
-    ASSERT_EQ(OK, World::get().node()->transact(TestNode::IDENTITY, data, &local));
-    EXPECT_EQ(getuid(), local.readUint32());
-    EXPECT_EQ(getpid(), local.readInt32());
-    EXPECT_FALSE(local.readBool());
+    for (const sp<IBinder>& node : {peer.node(), sp<IBinder>(World::get().node())}) {
+        const Call call(node, TestNode::IDENTITY);
+        ASSERT_EQ(OK, call.status);
+        EXPECT_EQ(getuid(), call.reply.readUint32());
+        EXPECT_EQ(getpid(), call.reply.readInt32());
+        EXPECT_EQ(node == peer.node(), call.reply.readBool());
+    }
 }
 
 TEST(Identity, OfAnotherUid) {
     if (getuid() != 0) GTEST_SKIP() << "only root can start a process of another uid";
-    TestPeer peer("stranger", {}, uid_t{12345});
-    ASSERT_EQ(OK, callKeep(peer.node(), "me", World::get().node()));
-    int32_t uid = 0;
-    // On the thread that waits here, so nested: afterwards the thread is itself again.
-    ASSERT_EQ(OK, relay(peer.node(), "me", TestNode::IDENTITY, &uid));
-    EXPECT_EQ(12345, uid);
-    EXPECT_EQ(getuid(), IPCThreadState::self()->getCallingUid());
-    const size_t before = World::get().node()->notes().size();
-    Parcel data;
-    data.writeCString("me");
-    data.writeInt32(0);
-    data.writeInt32(1);
+    const TestPeer peer("stranger", {}, uid_t{12345});
+    const sp<TestNode> mine = new TestNode();
     Parcel reply;
-    ASSERT_EQ(OK, peer.node()->transact(TestNode::RELAY_ONE_WAY, data, &reply));
-    ASSERT_TRUE(World::get().node()->waitForNotes(before + 1));
-    EXPECT_EQ(12345U, World::get().node()->noteUid());
-    EXPECT_EQ(0, World::get().node()->notePid()) << "a one-way call does not tell its pid";
+    // On the thread that waits here, so nested: afterwards the thread is itself again.
+    ASSERT_EQ(OK, callRound({peer.node(), mine}, 4, &reply));
+    EXPECT_EQ(12345U, reply.readUint32());
+    EXPECT_EQ(getuid(), IPCThreadState::self()->getCallingUid());
+    ASSERT_EQ(OK, callKeep(peer.node(), "me", mine));
+    ASSERT_EQ(OK, Call(peer.node(), TestNode::SEND_NOTES, "me", 0, 1).status);
+    ASSERT_TRUE(mine->waitForNotes(1));
+    EXPECT_EQ((std::pair<uid_t, pid_t>(12345, 0)), mine->noteCaller())
+            << "a one-way call does not tell its pid";
 }
 
 TEST(Identity, TokenIsUidAndPid) {
@@ -146,96 +105,119 @@ TEST(Identity, TokenIsUidAndPid) {
 }
 
 TEST(Nested, ReachesACallerWithoutThreads) {
-    TestPeer bare("bare", {"--no-pool"});
-    EXPECT_TRUE(bare.process().waitForOutput("called back: 0\n"));
+    TestPeer hop("hop");
+    for (const bool third : {false, true}) {
+        if (third) World::get().node()->keep("hop", hop.node());
+        TestPeer bare("bare", {"--no-pool"});
+        const pid_t by = third ? hop.process().pid() : getpid();
+        EXPECT_TRUE(
+                bare.process().waitForOutput("called back: 0 by " + std::to_string(by) + " here\n"))
+                << bare.process().output();
+    }
+    World::get().node()->drop("hop");
 }
 
 TEST(Nested, ComesBackOnTheThreadThatWaits) {
-    const TestPeer peer("nest", {"--threads", "1"});
-    // Down and up again through one thread on each side: more would need a second thread there.
-    const sp<TestNode> mine = new TestNode();
-    ASSERT_EQ(OK, callKeep(peer.node(), "mine", mine));
-    ASSERT_EQ(OK, callKeep(mine, "peer", peer.node()));
-    Parcel data;
-    data.writeCString("mine");
-    data.writeUint32(TestNode::RELAY);
-    data.writeCString("peer");
-    data.writeUint32(TestNode::LIVE);
-    Parcel reply;
-    EXPECT_EQ(OK, peer.node()->transact(TestNode::RELAY, data, &reply));
-    EXPECT_EQ(OK, reply.readInt32());
-    EXPECT_EQ(OK, reply.readInt32()) << "status of the innermost call";
+    // One thread each: a call that asked for a second one would never end.
+    TestPeer a("a", {"--threads", "1"});
+    TestPeer b("b", {"--threads", "1"});
+    TestPeer c("c", {"--threads", "1"});
+    TestPeer d("d", {"--threads", "1"});
+    const sp<IBinder> mine = new TestNode();
+    struct {
+        const char* what;
+        Hops hops;
+        pid_t lastCaller;
+    } const routes[] = {
+            {"straight", {a.node()}, getpid()},
+            {"there and back and there", {a.node(), mine, a.node()}, getpid()},
+            {"twice there and back", {a.node(), mine, a.node(), mine}, a.process().pid()},
+            {"through a third process", {a.node(), b.node(), mine}, b.process().pid()},
+            {"around four others",
+             {a.node(), b.node(), c.node(), d.node(), a.node()},
+             d.process().pid()},
+            {"around all", {a.node(), b.node(), c.node(), d.node(), mine}, d.process().pid()},
+    };
+    for (const auto& route : routes) {
+        // A large call follows at once on a small one, which leaves the other side's thread at its
+        // mailbox for a while, and does not fit into a socket.
+        for (const int32_t size : {4, 600000, 4, 4, 900000, 600000, 4}) {
+            Parcel reply;
+            ASSERT_EQ(OK, callRound(route.hops, size, &reply)) << route.what << ", " << size;
+            EXPECT_EQ(getuid(), reply.readUint32());
+            EXPECT_EQ(route.lastCaller, reply.readInt32()) << route.what;
+            if (route.hops.back() == mine) {
+                EXPECT_EQ(gettid(), reply.readInt32()) << route.what;
+            }
+        }
+    }
 }
 
-TEST(Objects, OneRemoteObjectIsOneProxy) {
+TEST(Objects, OneObjectIsOneBinder) {
     const TestPeer owner("owner");
     const TestPeer holder("holder");
     ASSERT_EQ(OK, callKeep(owner.node(), "self", owner.node()));
     EXPECT_EQ(owner.node(), callGive(owner.node(), "self")) << "from its owner";
     ASSERT_EQ(OK, callKeep(holder.node(), "owner", owner.node()));
     EXPECT_EQ(owner.node(), callGive(holder.node(), "owner")) << "through a third process";
-    Parcel data;
-    Parcel reply;
-    data.writeStrongBinder(owner.node());
-    data.writeStrongBinder(owner.node());
-    ASSERT_EQ(OK, holder.node()->transact(TestNode::SAME, data, &reply));
-    EXPECT_TRUE(reply.readBool());
-    EXPECT_FALSE(reply.readBool());
-}
-
-TEST(Objects, OwnObjectComesHomeAsItself) {
-    const TestPeer peer("mirror");
     const sp<TestNode> mine = new TestNode();
-    ASSERT_EQ(OK, callKeep(peer.node(), "mine", mine));
-    EXPECT_EQ(mine, callGive(peer.node(), "mine"));
-    EXPECT_EQ(World::get().node(),
-              android::ProcessState::self()->getContextObject(nullptr)->localBinder());
+    ASSERT_EQ(OK, callKeep(holder.node(), "mine", mine));
+    EXPECT_EQ(mine, callGive(holder.node(), "mine")) << "come home";
+    EXPECT_EQ(World::get().node(), android::ProcessState::self()->getContextObject(nullptr));
 }
 
 TEST(Objects, ThirdPartyReferenceOutlivesItsGiver) {
+    enum { REPLY, REQUEST, ONE_WAY };
+    enum { LETS_GO, KILLED, KILLED_UNASKED };
+    constexpr uint32_t kKeep[] = {0, TestNode::KEEP, TestNode::KEEP | TestNode::ONE_WAY};
     const TestPeer owner("owner3");
-    const TestPeer receiver("receiver3");
-    Parcel data;
-    Parcel reply;
-    {
-        const TestPeer giver("giver3");
-        ASSERT_EQ(OK, owner.node()->transact(TestNode::MAKE, data, &reply));
-        ASSERT_EQ(OK, callKeep(giver.node(), "object", reply.readStrongBinder()));
+    for (int i = 0; i < 18; ++i) {
+        const int way = i % 3;
+        const int fate = i / 3 % 3;
+        const bool giverDies = i >= 9;
+        SCOPED_TRACE("way " + std::to_string(way) + ", receiver's fate " + std::to_string(fate) +
+                     (giverDies ? ", giver dies" : ""));
+        TestPeer giver("giver3");
+        TestPeer receiver("receiver3");
+        ASSERT_EQ(OK, callKeep(giver.node(), "owner", owner.node()));
         ASSERT_EQ(OK, callKeep(giver.node(), "receiver", receiver.node()));
-        Parcel order;
-        order.writeCString("receiver");
-        order.writeCString("object");
-        order.writeCString("object");
-        order.writeBool(false);
-        Parcel done;
-        ASSERT_EQ(OK, giver.node()->transact(TestNode::HAND_OVER, order, &done));
-        reply.freeData();
+        ASSERT_EQ(OK, callKeep(receiver.node(), "giver", giver.node()));
+        ASSERT_EQ(OK,
+                  Call(giver.node(), TestNode::FETCH, "owner", "object", +TestNode::MAKE).status);
+        const bool unasked = fate == KILLED_UNASKED;
+        if (unasked && way == ONE_WAY) {
+            ASSERT_TRUE(stopAndWait(receiver.process()));
+        }
+        // Unasked, it is killed at some moment of a two-way call.
+        const uint32_t soon = unasked ? +TestNode::ONE_WAY : 0;
+        if (way == REPLY) {
+            (void)Call(receiver.node(), TestNode::FETCH | soon, "giver", "object", +TestNode::TAKE,
+                       "object");
+            if (giverDies) giver.kill();
+        } else {
+            (void)Call(giver.node(), TestNode::HAND_OVER | soon, "receiver", kKeep[way], "object",
+                       giverDies ? 1 : 0);
+        }
+        if (!unasked) {
+            ASSERT_TRUE(eventually([&] {
+                return relay(receiver.node(), "object", IBinder::PING_TRANSACTION) == OK;
+            }));
+            EXPECT_EQ(2, callInt(owner.node(), TestNode::LIVE));
+        }
+        if (fate != LETS_GO) {
+            receiver.kill();
+        } else {
+            ASSERT_EQ(OK, Call(receiver.node(), TestNode::DROP, "object").status);
+        }
+        if (giverDies) {
+            giver.kill();
+        } else if (unasked) {
+            // It may never have come to its turn.
+            ASSERT_EQ(OK, Call(giver.node(), TestNode::DROP, "object").status);
+        }
+        EXPECT_TRUE(eventually([&] { return callInt(owner.node(), TestNode::LIVE) == 1; }))
+                << "the last holder has let go";
     }
-    int32_t unused = 0;
-    EXPECT_EQ(OK, relay(receiver.node(), "object", IBinder::PING_TRANSACTION, &unused));
-    EXPECT_EQ(2, callInt(owner.node(), TestNode::LIVE));
-    ASSERT_EQ(OK, callNamed(receiver.node(), TestNode::DROP, "object"));
-    EXPECT_TRUE(eventually([&] { return callInt(owner.node(), TestNode::LIVE) == 1; }))
-            << "the last holder has let go";
-}
-
-TEST(Objects, HandedOnByOneWayCall) {
-    const TestPeer owner("owner4");
-    const TestPeer receiver("receiver4");
-    for (int i = 0; i < 20; ++i) {
-        Parcel data;
-        Parcel reply;
-        ASSERT_EQ(OK, owner.node()->transact(TestNode::MAKE, data, &reply));
-        sp<IBinder> object = reply.readStrongBinder();
-        reply.freeData();
-        ASSERT_EQ(OK, callKeep(receiver.node(), "object", object, IBinder::FLAG_ONEWAY));
-        // This process lets go at once: its reference must last until the receiver has its own.
-        object = nullptr;
-        ASSERT_TRUE(eventually([&] { return callGive(receiver.node(), "object") != nullptr; }));
-        EXPECT_EQ(OK, relay(receiver.node(), "object", IBinder::PING_TRANSACTION));
-        ASSERT_EQ(OK, callNamed(receiver.node(), TestNode::DROP, "object"));
-    }
-    EXPECT_TRUE(eventually([&] { return callInt(owner.node(), TestNode::LIVE) == 1; }));
 }
 
 TEST(Objects, LiveAsLongAsSomebodyHoldsThem) {
@@ -245,19 +227,10 @@ TEST(Objects, LiveAsLongAsSomebodyHoldsThem) {
     ASSERT_EQ(OK, callKeep(peer.node(), "a", mine));
     ASSERT_EQ(OK, callKeep(peer.node(), "b", mine));
     mine = nullptr;
-    ASSERT_EQ(OK, callNamed(peer.node(), TestNode::DROP, "a"));
+    ASSERT_EQ(OK, Call(peer.node(), TestNode::DROP, "a").status);
     EXPECT_EQ(OK, relay(peer.node(), "b", IBinder::PING_TRANSACTION));
     EXPECT_EQ(before + 1, TestNode::liveNodes());
-    ASSERT_EQ(OK, callNamed(peer.node(), TestNode::DROP, "b"));
-    EXPECT_TRUE(eventually([&] { return TestNode::liveNodes() == before; }));
-}
-
-TEST(Objects, GoWithADeadHolder) {
-    const int before = TestNode::liveNodes();
-    TestPeer peer("killed-holder");
-    ASSERT_EQ(OK, callKeep(peer.node(), "a", new TestNode()));
-    EXPECT_EQ(before + 1, TestNode::liveNodes());
-    peer.kill();
+    ASSERT_EQ(OK, Call(peer.node(), TestNode::DROP, "b").status);
     EXPECT_TRUE(eventually([&] { return TestNode::liveNodes() == before; }));
 }
 
@@ -284,37 +257,45 @@ TEST(Descriptors, TravelUpToSixteen) {
     close(ends[0]);
 }
 
-TEST(Pool, BlockedThreadsLeaveRoomForOthersUpToTheBound) {
-    const TestPeer peer("pool", {"--threads", "4"});
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 3; ++i) {
-        threads.emplace_back([&] { EXPECT_EQ(OK, callPlain(peer.node(), TestNode::BLOCK)); });
+TEST(Pool, GrowsToItsBoundInOneBurst) {
+    const TestPeer peer("burst");
+    const sp<TestNode> gate = new TestNode();
+    std::vector<sp<IBinder>> objects;
+    for (int i = 0; i < 12; ++i) {
+        objects.push_back(Call(peer.node(), TestNode::MAKE).reply.readStrongBinder());
+        ASSERT_EQ(OK, callKeep(objects.back(), "gate", gate));
     }
-    // Each of these needs a thread that is not blocked.
-    EXPECT_TRUE(eventually([&] { return callEcho(peer.node(), 4) == OK; }));
-    for (int i = 0; i < 4; ++i) {
-        threads.emplace_back([&] { EXPECT_EQ(OK, callEcho(peer.node(), 4)); });
-    }
-    // main, driver, four of the pool; a sanitizer adds its own.
-    EXPECT_LE(callInt(peer.node(), TestNode::THREADS), 7);
-    EXPECT_EQ(OK, callPlain(peer.node(), TestNode::UNBLOCK));
-    for (std::thread& thread : threads)
-        thread.join();
+    // On one connection, each behind a blocked one.
+    for (const sp<IBinder>& object : objects)
+        ASSERT_EQ(
+                OK,
+                Call(object, TestNode::RELAY | TestNode::ONE_WAY, "gate", +TestNode::BLOCK).status);
+    EXPECT_TRUE(gate->waitForBlocked(12)) << "all at once";
+    gate->unblock();
 }
 
-TEST(Pool, ExhaustedPoolServesAsSoonAsAThreadIsFree) {
-    const TestPeer peer("exhausted", {"--threads", "2"});
-    const sp<TestNode> gate = World::get().node();
+TEST(Pool, BlockedThreadsLeaveRoomForOthersUpToTheBound) {
+    const TestPeer peer("pool", {"--threads", "4"});
+    const sp<TestNode> gate = new TestNode();
     ASSERT_EQ(OK, callKeep(peer.node(), "gate", gate));
     std::vector<std::thread> threads;
-    for (int i = 0; i < 2; ++i) {
-        threads.emplace_back([&] { EXPECT_EQ(OK, relay(peer.node(), "gate", TestNode::BLOCK)); });
-    }
-    // Both threads of the peer are now inside a call to this process.
-    ASSERT_TRUE(gate->waitForBlocked(2));
-    std::thread late([&] { EXPECT_EQ(OK, callEcho(peer.node(), 4)); });
+    const auto start = [&](bool blocks) {
+        threads.emplace_back([&, blocks] {
+            EXPECT_EQ(OK, blocks ? relay(peer.node(), "gate", TestNode::BLOCK)
+                                 : callEcho(peer.node(), 4));
+        });
+    };
+    for (int i = 0; i < 3; ++i)
+        start(true);
+    ASSERT_TRUE(gate->waitForBlocked(3));
+    for (int i = 0; i < 4; ++i)
+        EXPECT_EQ(OK, callEcho(peer.node(), 4)) << "one thread is left";
+    // main, driver, four of the pool; a sanitizer adds its own.
+    EXPECT_LE(callInt(peer.node(), TestNode::THREADS), 7);
+    start(true);
+    ASSERT_TRUE(gate->waitForBlocked(4));
+    start(false);  // served as soon as a thread is free
     gate->unblock();
-    late.join();
     for (std::thread& thread : threads)
         thread.join();
 }

@@ -5,6 +5,7 @@
 #include <signal.h>
 #include <stdlib.h>
 
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
@@ -41,6 +42,32 @@ private:
     android::sp<TestNode> mNode;
 };
 
+// How often a test repeats what only goes wrong now and then.
+inline int rounds(int usual, int longForm) {
+    const char* const asked = getenv("SONOREL_ROUNDS");
+    return asked != nullptr && std::string(asked) == "long" ? longForm : usual;
+}
+
+inline std::unique_ptr<ChildProcess> startPeer(const std::vector<std::string>& args,
+                                               std::optional<uid_t> uid = std::nullopt,
+                                               const std::string& folder = World::get().folder()) {
+    return std::make_unique<ChildProcess>(ChildProcess::Options{
+            SONOREL_BIN_DIR "/binder_test_peer", args, {{"SONOREL_RUNTIME_DIR", folder}}, uid, ""});
+}
+
+// A stop takes effect on each thread by itself, some time after the signal.
+[[nodiscard]] inline bool stopAndWait(ChildProcess& process) {
+    process.kill(SIGSTOP);
+    const std::filesystem::path tasks = "/proc/" + std::to_string(process.pid()) + "/task";
+    return eventually([&] {
+        for (const auto& task : std::filesystem::directory_iterator(tasks)) {
+            const std::string stat = readFile((task.path() / "stat").string());
+            if (stat.compare(stat.rfind(')') + 1, 3, " T ") != 0) return false;
+        }
+        return true;
+    });
+}
+
 // Another process with a node, which ends with this object.
 class TestPeer {
 public:
@@ -48,13 +75,9 @@ public:
                       std::optional<uid_t> uid = std::nullopt)
             : mName(name) {
         World& world = World::get();
-        ChildProcess::Options child;
-        child.program = SONOREL_BIN_DIR "/binder_test_peer";
-        child.args = {name};
-        child.args.insert(child.args.end(), options.begin(), options.end());
-        child.env["SONOREL_RUNTIME_DIR"] = world.folder();
-        child.uid = uid;
-        mChild = std::make_unique<ChildProcess>(child);
+        std::vector<std::string> args = {name};
+        args.insert(args.end(), options.begin(), options.end());
+        mChild = startPeer(args, uid);
         if (!world.node()->waitForKept(name)) ADD_FAILURE() << mChild->errors();
         mNode = world.node()->kept(name);
         world.node()->drop(name);
@@ -74,7 +97,6 @@ public:
 
     const android::sp<android::IBinder>& node() const { return mNode; }
     ChildProcess& process() { return *mChild; }
-    void forget() { mNode = nullptr; }
     void kill() {
         mKilled = true;
         mChild->kill(SIGKILL);

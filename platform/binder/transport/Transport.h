@@ -1,82 +1,92 @@
 #pragma once
 
-#include <android-base/unique_fd.h>
 #include <utils/Mutex.h>
 
-#include "Driver.h"
-#include "Peer.h"
-#include "References.h"
-#include "RuntimeDir.h"
-#include "ThreadPool.h"
+#include "calls/Driver.h"
 
 namespace android::transport {
 
 /**
- * This process's end of the binder, over AF_UNIX stream sockets straight to the process that owns
- * the called object.
+ * A process's end of the binder, over AF_UNIX stream sockets straight to the process that owns the
+ * called object.
  *
- *     ProcessState, IPCThreadState, BpBinder    the platform's names
- *     Calls, OneWayReceiver, ThreadPool         transactions: sent, served, and on which thread
- *     ObjectTransfer, References, Gate          binders and descriptors inside parcels
- *     Peer, Acceptor, Driver                    other processes: connections, counts, death
- *     Connection, FrameInput, OneWayFlow        one socket: frames out and in, bounds
- *     RuntimeDir, Wire                          where processes meet, what they say
+ *     ProcessState, IPCThreadState, BpBinder        the platform's names
+ *     calls/       Driver, Acceptor                 sockets watched, accepted; death
+ *                  CallServer, StreamReader         calls served, on threads of the ThreadPool
+ *                  Calls, WaitingThreads            calls made, and nested ones
+ *     peers/       ObjectTransfer, References       binders and descriptors inside parcels; counts
+ *                  Peer, Link, OneWayFlow           other processes, their connections, bounds
+ *     connection/  Connection, FrameInput, Mailbox  bytes of one connection: frames out and in
+ *                  Account, RuntimeDir, Wire        who may hold how much; where processes meet
  *
- * A two-way call costs one send and one receive on each side: the caller blocks in its own receive,
- * the reply leaves from the thread that received the request. One-way calls of a process to another
- * share one connection, which keeps their order.
+ * A layer includes those below it only. Each part gets what it works with from here, so several
+ * transports may stand in one process, as in tests.
  *
- * Locks, outermost first: Peers, Peer, Driver, ConnectionTable, Connection output. Those of
- * LocalObjects (before an object's queue lock), RemoteObjects, ThreadPool and BpBinder are taken
- * with none of the others taken inside. No lock is held while user code runs.
+ * Two processes share one STREAM, for all that needs no answer, in order, and open CALL connections
+ * as their threads need them. A two-way call costs one send and one receive on each side: the
+ * caller blocks in its own receive, the reply leaves from the thread that received the request.
  *
- * A child of fork() must call exec before it uses any binder: threads, sockets and the process's
- * name stay with the parent. The state is never destroyed, as threads use it until the process
- * ends.
+ * Locks, outermost first: Transport, Peers, Peer, Driver, Connection output. Those of LocalObjects
+ * (before an object's queue lock), RemoteObjects, ThreadPool, LinkTable, CallServer, WaitingThreads
+ * and BpBinder are taken with none of the others taken inside. No lock is held while user code
+ * runs.
+ *
+ * In a child of fork() nothing of this works; it must call exec before it uses any binder. The
+ * state is never destroyed, as threads use it until the process ends.
  */
 class Transport {
 public:
+    /** The one of this process. */
     [[nodiscard]] static Transport& get();
+    /** One in the runtime folder `path`; "" for the usual one. */
+    explicit Transport(const std::string& path, const Limits& limits = usualLimits());
     Transport(const Transport&) = delete;
     Transport& operator=(const Transport&) = delete;
 
-    /** This process's name for its peers. */
-    [[nodiscard]] const ProcessName& self() const { return mSelf; }
-    [[nodiscard]] const RuntimeDir& dir() const { return mDir; }
-    [[nodiscard]] LocalObjects& locals() { return mLocals; }
-    [[nodiscard]] RemoteObjects& remotes() { return mRemotes; }
-    [[nodiscard]] Peers& peers() { return mPeers; }
-    [[nodiscard]] ConnectionTable& connections() { return mConnections; }
-    [[nodiscard]] ThreadPool& pool() { return mPool; }
-    [[nodiscard]] Driver& driver() { return mDriver; }
+    [[nodiscard]] const ProcessId& self() const { return mSelf; }
+    [[nodiscard]] Accounts& accounts() { return mAccounts; }
 
-    /** Makes this process reachable, which it must be before an object of it is sent anywhere. */
-    [[nodiscard]] status_t ensureListening() EXCLUDES(mLock);
+    void startThreadPool() { mPool.start(); }
+    [[noreturn]] void joinThreadPool() { mPool.join(); }
+    void setMaxThreads(size_t count);
 
-    /** ALREADY_EXISTS while another process is the context manager. */
+    /**
+     * ALREADY_EXISTS while another process is the context manager, PERMISSION_DENIED for a user
+     * whom other processes would not accept.
+     */
     [[nodiscard]] status_t becomeContextManager(const sp<BBinder>& object) EXCLUDES(mLock);
-    /** The context manager's object; null while there is none. */
+    /**
+     * The context manager's object; null while there is none, and when whoever goes by that name is
+     * neither root, nor the owner of the runtime folder, nor a trusted user.
+     */
     [[nodiscard]] sp<IBinder> contextObject();
 
 private:
-    Transport();
     ~Transport() = default;
 
-    static void removeFiles();
+    static void leave();
+    [[nodiscard]] status_t ensureListening() EXCLUDES(mLock);
     [[nodiscard]] status_t ensureListeningLocked() REQUIRES(mLock);
+    void serve(uint64_t id);
 
-    const ProcessName mSelf;
+    const ProcessId mSelf;
     const RuntimeDir mDir;
-    LocalObjects mLocals;
-    RemoteObjects mRemotes;
-    Peers mPeers;
-    ConnectionTable mConnections;
+    Accounts mAccounts;
     ThreadPool mPool;
+    LinkTable mLinks;
+    LocalObjects mLocals;
     Driver mDriver;
+    Calls mCalls;
+    RemoteObjects mRemotes;
+    const Surroundings mSurroundings;
+    Peers mPeers;
+    ObjectTransfer mTransfer;
+    CallServer mServer;
+    StreamReader mReader;
 
     Mutex mLock;
     std::atomic<bool> mListening{false};
-    base::unique_fd mManagerLock GUARDED_BY(mLock);
+    OwnFd mManagerLock GUARDED_BY(mLock);
 };
 
 }  // namespace android::transport

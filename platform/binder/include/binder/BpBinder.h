@@ -12,6 +12,7 @@ namespace android {
 
 namespace transport {
 class Peer;
+class ProxyHost;
 class RemoteObjects;
 }  // namespace transport
 
@@ -59,7 +60,7 @@ public:
     [[nodiscard]] uint64_t id() const { return mId; }
     /** From now on nothing reaches the object. True when recipients wait to be told. */
     [[nodiscard]] bool markDead() EXCLUDES(mLock);
-    /** Tells each recipient; on a thread of the pool, after markDead. */
+    /** Notifies each recipient; on a thread of the pool, after markDead. */
     void sendObituary() EXCLUDES(mLock);
 
 private:
@@ -71,10 +72,12 @@ private:
         uint32_t flags;
     };
 
-    BpBinder(std::shared_ptr<transport::Peer> owner, uint64_t id, bool alive);
+    BpBinder(transport::ProxyHost& host, std::shared_ptr<transport::Peer> owner, uint64_t id,
+             bool alive);
     ~BpBinder() override;
 
-    const std::shared_ptr<transport::Peer> mOwner;
+    transport::ProxyHost& mHost;
+    const std::shared_ptr<transport::Peer> mOwner;  // null when it was dead as the proxy came
     const uint64_t mId;
     std::atomic<bool> mAlive;
     // References that the owner counts for this proxy; guarded by RemoteObjects' lock.

@@ -7,6 +7,8 @@
 #include <utils/Errors.h>
 #include <utils/RefBase.h>
 
+#include <string>
+
 namespace android {
 
 /** What this process did with one-way calls to other processes. */
@@ -23,7 +25,8 @@ struct OneWayCounters {
  * This process's binder. Processes meet in a folder: $SONOREL_RUNTIME_DIR, by default
  * $XDG_RUNTIME_DIR/sonorel, else /tmp/sonorel-UID. It is read at the first use of any binder.
  *
- * Using binder in a child of fork() that has not called exec is not supported. Thread-safe.
+ * In a child of fork() that has not called exec binder does not work: calls fail with
+ * INVALID_OPERATION, and there is no context object. Thread-safe.
  */
 class ProcessState : public virtual RefBase {
 public:
@@ -41,16 +44,27 @@ public:
     /** Threads that the pool starts at most, 15 unless set; threads that join come on top. */
     status_t setThreadPoolMaxThreadCount(size_t maxThreads);
 
-    /** The context manager's object; null while no process is the context manager. */
+    /**
+     * The context manager's object; null while no process is the context manager. It is believed of
+     * root, the owner of the folder and the users in $SONOREL_TRUSTED_UIDS ("1000,1041" unless
+     * built otherwise), by the kernel's word on the connection.
+     */
     sp<IBinder> getContextObject(const sp<IBinder>& caller);
     /**
      * Makes `object` the one that getContextObject answers in every process of the folder, until
-     * this process ends. ALREADY_EXISTS while another process is the context manager.
+     * this process ends. ALREADY_EXISTS while another process is the context manager,
+     * PERMISSION_DENIED for a user of whom it would not be believed.
      */
     [[nodiscard]] status_t becomeContextManager(const sp<BBinder>& object);
 
     /** One-way calls to the living process that owns `remote`; zeros for a local object. */
     [[nodiscard]] OneWayCounters oneWayCounters(const sp<IBinder>& remote) const;
+
+    /**
+     * How much of this process the processes of each user hold and may hold: connections, bytes,
+     * descriptors, references, running calls. Lines of text.
+     */
+    [[nodiscard]] std::string limitsReport() const;
 
 private:
     ProcessState() = default;
