@@ -49,7 +49,8 @@ struct Pair {
 
     Accounts accounts{usualLimits(), {geteuid()}};
     unique_fd page;
-    std::atomic<uint32_t>* words;  // state, size, end and more of the mailbox to the acceptor
+    std::atomic<uint32_t>*
+            words;  // of the mailbox to the acceptor: state, size, end, -, received, -, sent
     std::shared_ptr<Connection> opener;
     std::shared_ptr<Connection> acceptor;
 };
@@ -97,7 +98,9 @@ TEST(Mailbox, KeepsOrderWithTheStream) {
     std::thread sender([&] {
         FrameMaker maker{std::minstd_rand(1)};
         for (uint64_t i = 1; i <= kFrames; ++i) {
-            while (i % 1000 == 0 && pair.words[0] != kParked)
+            // Now and then the receiver has seen all that was sent, and waits.
+            while (i % 1000 == 0 && (pair.opener->flush() != Connection::Posted::SENT ||
+                                     pair.words[0] != kParked || pair.words[4] != pair.words[6]))
                 std::this_thread::yield();
             const OutFrame frame = maker.make(i);
             total += frameSize(frame.header);

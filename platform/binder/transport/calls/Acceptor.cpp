@@ -25,7 +25,7 @@ namespace {
 
 /** Pauses: the process has no room for descriptors; strangers connect without end. */
 constexpr int kPauseWithoutRoom = 100;
-constexpr int kPauseBesideStrangers = 1;
+constexpr int kPauseBesideStrangers = 20;
 constexpr int kMaxStrangers = 16;
 
 }  // namespace

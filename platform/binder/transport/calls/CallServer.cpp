@@ -55,6 +55,8 @@ void CallServer::serve(const LinkPtr& link, bool counted) {
             const Connection::Posted posted = mCalls.serveRequest(link, &frame, /*waits*/ false);
             end(*link);
             if (posted == Connection::Posted::QUEUED) {
+                frame = Frame();
+                if (!link->isTrusted()) input.trim();
                 mWatcher.watchOutput(link);  // which has it served further afterwards
                 return;
             }

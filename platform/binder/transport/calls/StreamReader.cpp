@@ -4,6 +4,7 @@
 
 #include <errno.h>
 #include <log/log.h>
+#include <malloc.h>
 #include <string.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -14,6 +15,7 @@ namespace {
 
 /** Calls of one object that the last free thread runs before it lets other work have a turn. */
 constexpr int kQuantum = 32;
+constexpr nsecs_t kTrimInterval = s2ns(1);
 
 /**
  * True when nothing more is to be read for now. A sender that keeps its own bound never makes that
@@ -222,6 +224,18 @@ void StreamReader::dropHolder(const PeerPtr& peer) {
     if (!peer->account.isTrusted) mPeers.removeExpected(peer->id);
     std::vector<LocalObjectPtr> objects = mLocals.dropHolder(*peer);
     if (!objects.empty()) mPool.letGo(std::move(objects));
+    if (!peer->account.isTrusted) trimHeap();
+}
+
+/** Returns what a stranger made this process allocate, now and then. */
+void StreamReader::trimHeap() {
+    const nsecs_t now = systemTime();
+    nsecs_t last = mLastTrim.load(std::memory_order_relaxed);
+    if (now - last < kTrimInterval ||
+        !mLastTrim.compare_exchange_strong(last, now, std::memory_order_relaxed)) {
+        return;
+    }
+    mPool.post([] { (void)malloc_trim(0); });  // there may be nothing to return
 }
 
 void StreamReader::postQueue(const LocalObjectPtr& object) {

@@ -54,6 +54,7 @@ private:
     void runQueue(const LocalObjectPtr& object);
     void runOne(LocalObject& object, OneWayCall call);
     void finish(const LinkPtr& stream, size_t bytes);
+    void trimHeap();
 
     LocalObjects& mLocals;
     ObjectTransfer& mTransfer;
@@ -62,6 +63,7 @@ private:
     Watcher& mWatcher;
     CallServer& mServer;
     ThreadPool& mPool;
+    std::atomic<nsecs_t> mLastTrim{0};
 };
 
 }  // namespace android::transport

@@ -171,7 +171,10 @@ void Connection::sleepAtInbox(Mailbox::Patience patience) {
 }
 
 ssize_t Connection::receiveNow() {
-    return mInput.receive(fd(), MSG_DONTWAIT);
+    const ssize_t got = mInput.receive(fd(), MSG_DONTWAIT);
+    // The idle connections of a stranger keep no room.
+    if (got == -EAGAIN && !mTrusted) mInput.trim();
+    return got;
 }
 
 ssize_t Connection::receiveSoon() {

@@ -161,11 +161,7 @@ FrameInput::Result FrameInput::next(Frame* outFrame) {
         mLargeBytes = 0;
     }
     mBegin += size;
-    if (isEmpty() && mBlock->capacity() > kUsualCapacity) {
-        // A large frame's room goes with the frame.
-        mBlock = BlockRef();
-        mBegin = mEnd = 0;
-    }
+    if (mBlock->capacity() > kUsualCapacity) trim();  // a large frame's room goes with the frame
     const uint32_t objects = header.objectCount;
     if (objects > 0) {
         outFrame->refused = !outFrame->held.take(mAccount, Resource::REFERENCES, objects);

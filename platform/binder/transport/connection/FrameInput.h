@@ -57,6 +57,13 @@ public:
     /** Takes the next frame. PARTIAL: receive more. BROKEN: these bytes are no frame. */
     [[nodiscard]] Result next(Frame* outFrame);
 
+    /** Gives back the room of an input in which no part of a frame waits. */
+    void trim() {
+        if (!isEmpty()) return;
+        mBlock = BlockRef();
+        mBegin = mEnd = 0;
+    }
+
     /** True when no part of a frame waits here. */
     [[nodiscard]] bool isEmpty() const { return mBegin == mEnd; }
 

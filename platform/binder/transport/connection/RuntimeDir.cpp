@@ -27,7 +27,7 @@ namespace {
 constexpr char kManagerLink[] = "manager";
 constexpr char kManagerLock[] = "manager.lock";
 /** Connections that may wait to be accepted: of strangers a few milliseconds' worth. */
-constexpr int kBacklog = 256;
+constexpr int kBacklog = 128;
 
 /** True when the folder was named by the environment; else its owner must be checked. */
 bool choosePath(std::string* outPath) {

@@ -6,6 +6,13 @@
 
 namespace android::transport {
 
+namespace {
+
+/** Processes that this one connects to for one frame of a stranger, who may have invented them. */
+constexpr int kMaxNewOwners = 16;
+
+}  // namespace
+
 status_t ObjectTransfer::prepareBinder(const sp<IBinder>& binder, const Peer& receiver,
                                        WireObject* outObject) {
     outObject->kind = ObjectKind::BINDER;
@@ -83,14 +90,18 @@ void ObjectTransfer::fillFrame(const Parcel& parcel, const OutgoingObjects& obje
     outFrame->descriptors = &objects.descriptors;
 }
 
-sp<IBinder> ObjectTransfer::acceptBinder(const WireObject& object, const PeerPtr& sender,
-                                         bool wait) {
+sp<IBinder> ObjectTransfer::acceptBinder(const WireObject& object, const PeerPtr& sender, bool wait,
+                                         int* newOwners) {
     if (object.owner == mSelf) {
         const LocalObjectPtr local = mLocals.find(object.id);
         if (local != nullptr) return local->binder;
         return mRemotes.makeDead(object.id);
     }
     if (object.owner == sender->id) return mRemotes.take(sender, object.id, /*credits*/ 1);
+    if (mPeers.find(object.owner) == nullptr && ++*newOwners > kMaxNewOwners &&
+        !sender->account.isTrusted) {
+        return nullptr;
+    }
     const PeerPtr owner = mPeers.reach(object.owner, wait);
     if (owner == nullptr) return mRemotes.makeDead(object.id);
     if (object.id == kContextManagerId) return mRemotes.take(owner, object.id, /*credits*/ 0);
@@ -103,12 +114,13 @@ status_t ObjectTransfer::accept(Frame* frame, const PeerPtr& sender, bool wait,
     if (frame->refused) return FAILED_TRANSACTION;
     outObjects->reserve(frame->header.objectCount);
     size_t nextDescriptor = 0;
+    int newOwners = 0;
     for (uint32_t i = 0; i < frame->header.objectCount; ++i) {
         const WireObject& wire = frame->objects[i];
         ParcelObject object;
         object.position = wire.position;
         if (wire.kind == ObjectKind::BINDER) {
-            object.binder = acceptBinder(wire, sender, wait);
+            object.binder = acceptBinder(wire, sender, wait, &newOwners);
             if (object.binder == nullptr) return FAILED_TRANSACTION;
         } else {
             object.fd = std::make_shared<base::unique_fd>(

@@ -56,7 +56,7 @@ private:
     [[nodiscard]] status_t prepareBinder(const sp<IBinder>& binder, const Peer& receiver,
                                          WireObject* outObject);
     [[nodiscard]] sp<IBinder> acceptBinder(const WireObject& object, const PeerPtr& sender,
-                                           bool wait);
+                                           bool wait, int* newOwners);
 
     const ProcessId& mSelf;
     LocalObjects& mLocals;
