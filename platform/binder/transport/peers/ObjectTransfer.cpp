@@ -8,7 +8,7 @@ namespace android::transport {
 
 namespace {
 
-/** Processes that this one connects to for one frame of a stranger, who may have invented them. */
+/** A stranger who sends references of more unknown processes than this at once invents them. */
 constexpr int kMaxNewOwners = 16;
 
 }  // namespace
@@ -98,8 +98,10 @@ sp<IBinder> ObjectTransfer::acceptBinder(const WireObject& object, const PeerPtr
         return mRemotes.makeDead(object.id);
     }
     if (object.owner == sender->id) return mRemotes.take(sender, object.id, /*credits*/ 1);
-    if (mPeers.find(object.owner) == nullptr && ++*newOwners > kMaxNewOwners &&
-        !sender->account.isTrusted) {
+    if (!sender->account.isTrusted && mPeers.find(object.owner) == nullptr &&
+        ++*newOwners > kMaxNewOwners) {
+        sender->account.shutOut();
+        sender->endLinks();
         return nullptr;
     }
     const PeerPtr owner = mPeers.reach(object.owner, wait);
