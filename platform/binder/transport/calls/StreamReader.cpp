@@ -43,7 +43,8 @@ void StreamReader::serve(const LinkPtr& stream) {
         if (arrivals.object == nullptr) return;
         runOne(*arrivals.object, std::move(arrivals.call));
         runQueue(arrivals.object);
-        if (!open || !mPool.beginLinger()) return;
+        // Who sends faster than one by one is better served by the next event.
+        if (!open || arrivals.calls > 1 || !mPool.beginLinger()) return;
         if (!stream->claim()) {
             mPool.endLinger();
             return;
@@ -124,6 +125,7 @@ bool StreamReader::takeFrame(Frame* frame, const LinkPtr& stream, Arrivals* outA
     const PeerPtr& peer = stream->peer;
     switch (header.type) {
         case FrameType::ONE_WAY:
+            ++outArrivals->calls;
             takeCall(frame, stream, outArrivals);
             return true;
         case FrameType::RELEASE:

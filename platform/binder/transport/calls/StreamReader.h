@@ -39,6 +39,7 @@ private:
         LocalObjectPtr object;
         OneWayCall call;
         std::vector<LocalObjectPtr> others;
+        int calls = 0;
     };
     enum class Reading { EVENT, STAY, DRAIN };
 
