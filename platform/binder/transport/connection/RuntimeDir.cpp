@@ -136,7 +136,8 @@ status_t RuntimeDir::connect(const ProcessName& process, bool wait, OwnFd* outSo
             (void)unlinkat(mFolder.get(), process.toString().c_str(), 0);  // ours or not
             return NAME_NOT_FOUND;
         }
-        if (error != ENOENT) {
+        // Not of names that others have sent: strangers may send any number of them.
+        if (error != ENOENT && wait) {
             ALOGE("Cannot connect to process %u: %s", process.pid, errorText(error).c_str());
         }
         return error == ENOENT ? status_t{NAME_NOT_FOUND} : -error;

@@ -2,6 +2,7 @@
 
 #include "Peer.h"
 
+#include <inttypes.h>
 #include <log/log.h>
 #include <poll.h>
 
@@ -18,6 +19,16 @@ constexpr size_t kMaxIdleCalls = 16;
 constexpr int kEndGraceMilliseconds = 100;
 /** How long the exit of this process may wait for slow peers to read, in all. */
 constexpr nsecs_t kFlushAtExit = s2ns(1);
+
+/** The line about somebody who listens under the name of another process. */
+void logImpostor(const ProcessName& name, Account& account) {
+    uint64_t leftOut = 0;
+    if (account.mayLog(&leftOut)) {
+        ALOGE("The name of process %u leads to another one, of uid %u; refused; %" PRIu64
+              " refusals and faults since the last line",
+              name.pid, account.uid, leftOut);
+    }
+}
 
 }  // namespace
 
@@ -237,10 +248,8 @@ PeerPtr Peers::meet(const ProcessId& id) {
 PeerPtr Peers::reach(const ProcessId& id, bool wait) {
     if (const PeerPtr known = find(id); known != nullptr && known->hasStream()) return known;
     return reach(id.name, wait, [&](uid_t uid) {
-        if (uid == id.uid) return true;
-        ALOGE("The name of process %u, uid %u, now leads to uid %u; refused", id.name.pid, id.uid,
-              uid);
-        return false;
+        if (uid != id.uid) logImpostor(id.name, mSurroundings.accounts.of(uid));
+        return uid == id.uid;
     });
 }
 
@@ -249,11 +258,15 @@ PeerPtr Peers::reach(const ProcessName& name, bool wait,
     OwnFd socket;
     if (mSurroundings.dir.connect(name, wait, &socket) != OK) return nullptr;
     const ucred credentials = peerCredentials(socket.get());
+    Account& account = mSurroundings.accounts.of(credentials.uid);
     if (!accepts(credentials.uid)) return nullptr;
     if (credentials.pid != static_cast<pid_t>(name.pid)) {
-        ALOGE("The name of process %u now leads to process %d; refused", name.pid, credentials.pid);
+        logImpostor(name, account);
         return nullptr;
     }
+    // Who sends references has this process connect to their owners.
+    Charge charge;
+    if (!charge.take(account, Resource::CONNECTIONS, 1)) return nullptr;
     const PeerPtr peer = meet({name, credentials.uid, 0});
     // It may have connected to this process, or another thread may have been here first. Such a
     // connection, ended without a greeting, is nothing to the peer.
@@ -263,8 +276,7 @@ PeerPtr Peers::reach(const ProcessName& name, bool wait,
     if (page == nullptr) return nullptr;
     const auto stream = std::make_shared<Link>(std::move(socket), ConnectionKind::STREAM,
                                                Side::OPENER, page, mSurroundings.accounts, peer);
-    // Who sends references has this process connect to their owners.
-    if (!stream->connections.take(peer->account, Resource::CONNECTIONS, 1)) return nullptr;
+    stream->connections = std::move(charge);
     Mutex::Autolock lock(mLock);  // two threads must not open two streams
     if (peer->hasStream()) return peer;
     const Greeting greeting = makeGreeting(ConnectionKind::STREAM, mSurroundings.self.name);
