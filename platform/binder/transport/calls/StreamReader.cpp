@@ -171,7 +171,7 @@ PeerPtr StreamReader::expectPeer(const ProcessId& id, Account& payer, const Proc
     OwnFd process(static_cast<int>(syscall(SYS_pidfd_open, id.name.pid, 0)));
     Charge charge;
     if (process.get() < 0 || !charge.take(payer, Resource::DESCRIPTORS, 1)) return nullptr;
-    const PeerPtr peer = mPeers.meet(id);
+    PeerPtr peer = mPeers.meet(id);
     const uint64_t watch = nextEventId();
     mWatcher.watchProcess(watch, process.get(), peer);
     if (!peer->expect(watch, std::move(process), std::move(charge), giver)) {

@@ -30,7 +30,7 @@ Limits usualLimits() {
     if (getrlimit(RLIMIT_NOFILE, &open) == 0) {
         descriptors = std::clamp<uint64_t>(open.rlim_cur, 64, 65536);
     }
-    constexpr uint64_t kMiB = 1024 * 1024;
+    constexpr uint64_t kMiB = uint64_t{1024} * 1024;
     const auto share = [&](uint64_t part, uint64_t most) {
         return std::min(descriptors / part, most);
     };

@@ -127,6 +127,8 @@ private:
 class Charge {
 public:
     Charge() = default;
+    Charge(const Charge&) = delete;
+    Charge& operator=(const Charge&) = delete;
     Charge(Charge&& other) noexcept
             : mAccount(std::exchange(other.mAccount, nullptr)), mAmounts(other.mAmounts) {}
     Charge& operator=(Charge&& other) noexcept {

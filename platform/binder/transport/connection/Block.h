@@ -20,11 +20,16 @@ public:
     /** Null when memory is short. */
     [[nodiscard]] static Block* create(size_t capacity) {
         const size_t size = sizeof(Block) + capacity;
-        void* const memory = isMapped(capacity) ? mmap(nullptr, size, PROT_READ | PROT_WRITE,
-                                                       MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)
-                                                : malloc(size);
-        const bool failed = memory == nullptr || memory == MAP_FAILED;
-        return failed ? nullptr : new (memory) Block(capacity);
+        void* memory = nullptr;
+        if (isMapped(capacity)) {
+            memory =
+                    mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+            if (memory == MAP_FAILED) return nullptr;
+        } else {
+            memory = malloc(size);
+            if (memory == nullptr) return nullptr;
+        }
+        return new (memory) Block(capacity);
     }
     Block(const Block&) = delete;
     Block& operator=(const Block&) = delete;

@@ -11,6 +11,8 @@ class OwnFd {
 public:
     OwnFd() = default;
     explicit OwnFd(int fd);
+    OwnFd(const OwnFd&) = delete;
+    OwnFd& operator=(const OwnFd&) = delete;
     OwnFd(OwnFd&& other) noexcept;
     OwnFd& operator=(OwnFd&& other) noexcept;
     ~OwnFd() { reset(); }

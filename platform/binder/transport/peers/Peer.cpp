@@ -246,7 +246,7 @@ PeerPtr Peers::meet(const ProcessId& id) {
 }
 
 PeerPtr Peers::reach(const ProcessId& id, bool wait) {
-    if (const PeerPtr known = find(id); known != nullptr && known->hasStream()) return known;
+    if (PeerPtr known = find(id); known != nullptr && known->hasStream()) return known;
     return reach(id.name, wait, [&](uid_t uid) {
         if (uid != id.uid) logImpostor(id.name, mSurroundings.accounts.of(uid));
         return uid == id.uid;
@@ -267,7 +267,7 @@ PeerPtr Peers::reach(const ProcessName& name, bool wait,
     // Who sends references has this process connect to their owners.
     Charge charge;
     if (!charge.take(account, Resource::CONNECTIONS, 1)) return nullptr;
-    const PeerPtr peer = meet({name, credentials.uid, 0});
+    PeerPtr peer = meet({name, credentials.uid, 0});
     // It may have connected to this process, or another thread may have been here first. Such a
     // connection, ended without a greeting, is nothing to the peer.
     if (peer->hasStream()) return peer;
