@@ -168,6 +168,7 @@ bool StreamReader::takeTransfer(const Frame& frame, const Peer& sender) {
  * tells; null when it has ended already.
  */
 PeerPtr StreamReader::expectPeer(const ProcessId& id, Account& payer, const ProcessId& giver) {
+    if (payer.isFull(Resource::DESCRIPTORS)) return nullptr;  // before it costs a system call
     OwnFd process(static_cast<int>(syscall(SYS_pidfd_open, id.name.pid, 0)));
     Charge charge;
     if (process.get() < 0 || !charge.take(payer, Resource::DESCRIPTORS, 1)) return nullptr;
