@@ -5,7 +5,6 @@
 #include <errno.h>
 #include <inttypes.h>
 #include <log/log.h>
-#include <string.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 

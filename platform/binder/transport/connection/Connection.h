@@ -2,7 +2,6 @@
 
 #include <android-base/unique_fd.h>
 #include <sys/socket.h>
-#include <sys/uio.h>
 #include <utils/Errors.h>
 #include <utils/Mutex.h>
 
