@@ -17,8 +17,7 @@ binder::Status SonorelService::setHeadTrackerEnable(bool enable) {
     SONOREL_LOGD("%s: %d", __func__, enable);
     mHeadtrackOn = enable;
     if (!enable) {
-        requestMetaAudioThreadExit();
-        mMetaAudioThreadEnable = false;
+        (void)stopMetaAudioThread();  // always 0
     }
     return binder::Status::ok();
 }

@@ -128,14 +128,19 @@ void SonorelService::binderDied(const wp<IBinder>&) {
 }
 
 void SonorelService::onAudioServerDied() {
-    mNeedInitMetaAudio = true;
+    (void)needSettingsPush();  // the next registration looks
 }
 
 int SonorelService::onAudioServerRestarted() {
-    // Taken down first: a death during the push raises it again.
-    mNeedInitMetaAudio = false;
-    initQeltoMetaAudio(true);
-    initMss();
+    SettingsPush push;
+    push.need = needSettingsPush();
+    {
+        Mutex::Autolock lock(mClientLock);
+        const sp<CallbackClient> renderer = findClient(IHalvendClient::CLIENT_ID_META_AUDIO);
+        if (renderer != nullptr) push.registration = renderer->mRegistration;
+        mPush = push;
+    }
+    pushSettings(push);
     return 0;
 }
 
