@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "process/ContentionRounds.h"
 #include "process/CrashRounds.h"
 #include "process/StormRounds.h"
 #include "process/VisitRounds.h"
@@ -9,6 +10,7 @@
 namespace sonorel::test {
 namespace {
 
+using Contention = ContentionRounds;
 using Crash = CrashRounds;
 using Visit = VisitRounds;
 using Storm = StormRounds;
@@ -20,6 +22,22 @@ TEST_F(Visit, TwoHundredClientsTwentyTimesOver) {
 
 TEST_F(Crash, ThreeHundredKills) {
     run(300, 2);
+}
+
+TEST_F(Contention, TwoHundredRoundsOfTicks) {
+    switchTicks(200, 3, 60);
+}
+
+TEST_F(Contention, TwentyFourCallersSwitchTicksForAMinute) {
+    switchTicks(1, 24, -60);
+}
+
+TEST_F(Contention, TwoHundredRoundsOfSettings) {
+    chooseSettings(200);
+}
+
+TEST_F(Contention, TwoHundredRenderers) {
+    replaceRenderers(200);
 }
 
 TEST_F(Storm, EightCallersForTwentyThousandCallsEach) {

@@ -89,7 +89,8 @@ TEST_F(Clients, ARendererGetsEverythingOnceAfterWhateverMadeItNecessary) {
             {"died", [&] { mService->findClient(1)->binderDied(nullptr); }, 0, 1},
             {"audio server died", [&] { mService->onAudioServerDied(), unregister(); }, 0, 1},
             {"restarted with it", [&] { mService->onAudioServerRestarted(), unregister(); }, 1, 0},
-            {"restarted without it", [&] { unregister(), mService->onAudioServerRestarted(); }, 0, 1},
+            {"restarted without it", [&] { unregister(), mService->onAudioServerRestarted(); }, 0,
+             1},
             {"died and restarted",
              [&] {
                  mService->onAudioServerDied();

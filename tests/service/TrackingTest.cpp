@@ -221,9 +221,7 @@ TEST_F(Tracking, WhoeverSwitchesLastDecidesOverAStartUnderWay) {
         const ScopedCaller system(kSystemUid);
         EXPECT_TRUE(mService->setMetaAudioThreadEnable(on).isOk());
     };
-    const auto track = [this](bool on) {
-        EXPECT_TRUE(mService->setHeadTrackerEnable(on).isOk());
-    };
+    const auto track = [this](bool on) { EXPECT_TRUE(mService->setHeadTrackerEnable(on).isOk()); };
     const struct {
         const char* name;
         std::function<void()> meanwhile;
