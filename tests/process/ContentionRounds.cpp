@@ -1,9 +1,9 @@
 #include "process/ContentionRounds.h"
 
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
-
-#include <gmock/gmock.h>
+#include <thread>
 
 #include "support/TempDir.h"
 
@@ -62,20 +62,29 @@ bool ContentionRounds::hasWorker() const {
     return false;
 }
 
-void ContentionRounds::expectTick(bool on, const sp<RecordingClient>& ticker) {
+void ContentionRounds::expectTick(bool on) {
     ASSERT_TRUE(mService->setHeadTrackerEnable(true).isOk());
     ASSERT_TRUE(mService->setMetaAudioThreadEnable(on).isOk());
     EXPECT_TRUE(eventually([&] { return hasWorker() == on; }));
-    ticker->clear();
+    mTicker->clear();
     if (on) {
-        EXPECT_TRUE(ticker->waitFor(IHalvendClient::CB_META_THREAD_TICK, 2));
+        EXPECT_TRUE(mTicker->waitFor(IHalvendClient::CB_META_THREAD_TICK, 2));
     }
+}
+
+void ContentionRounds::expectSilenceAfterDisable() {
+    ASSERT_NO_FATAL_FAILURE(expectTick(true));
+    ASSERT_TRUE(mService->setMetaAudioThreadEnable(false).isOk());
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    mTicker->clear();
+    EXPECT_TRUE(eventually([this] { return !hasWorker(); }));
+    EXPECT_TRUE(mTicker->events().empty());
 }
 
 void ContentionRounds::switchTicks(int rounds, int callers, int calls) {
     std::mt19937 random = seeded("ticks");
     ASSERT_NO_FATAL_FAILURE(startProduct(true));
-    const sp<RecordingClient> ticker = addClient(IHalvendClient::CLIENT_ID_META_THREAD);
+    mTicker = addClient(IHalvendClient::CLIENT_ID_META_THREAD);
     int32_t status = 0;
     ASSERT_TRUE(mService->notitySpHeadsetConnectionState(true).isOk());
     ASSERT_TRUE(mService->setMetaAudioOn(true, &status).isOk());
@@ -87,7 +96,7 @@ void ContentionRounds::switchTicks(int rounds, int callers, int calls) {
         }
         ASSERT_NO_FATAL_FAILURE(expectDone(peers));
         for (const bool on : {false, true, false})
-            ASSERT_NO_FATAL_FAILURE(expectTick(on, ticker));
+            ASSERT_NO_FATAL_FAILURE(expectTick(on));
         EXPECT_LE(figuresOf(mDaemon->process().pid()).threads, kMostThreads);
         ASSERT_FALSE(HasFailure()) << "round " << round;
     }

@@ -19,16 +19,20 @@ protected:
     // Callers switch the tick and head tracking on and off, `calls` times each (or for -`calls`
     // seconds). All of them return, and the tick does what was asked for last.
     void switchTicks(int rounds, int callers, int calls);
+    // After switchTicks(): 20 ms after the tick was switched off the last one has come.
+    void expectSilenceAfterDisable();
     // Callers set one setting each, deferred and at once: what each set last is read and stored.
     void chooseSettings(int rounds);
     // Renderers are killed and replaced while the audio server restarts: each gets everything.
     void replaceRenderers(int rounds);
 
 private:
-    void expectTick(bool on, const android::sp<RecordingClient>& ticker);
+    void expectTick(bool on);
     bool hasWorker() const;
     // What the service has stored in a row of process_peer's role "choose".
     int32_t stored(int row);
+
+    android::sp<RecordingClient> mTicker;
 };
 
 // Prints the seed and returns an engine that begins with it; SONOREL_SEED gives another.

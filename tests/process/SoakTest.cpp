@@ -30,6 +30,7 @@ TEST_F(Contention, TwoHundredRoundsOfTicks) {
 
 TEST_F(Contention, TwentyFourCallersSwitchTicksForAMinute) {
     switchTicks(1, 24, -60);
+    expectSilenceAfterDisable();
 }
 
 TEST_F(Contention, TwoHundredRoundsOfSettings) {
