@@ -37,22 +37,25 @@ bool SettingRow::operator<(const SettingRow& other) const {
            std::tie(other.kind, other.device, other.scene, other.pkgName);
 }
 
-void DeferredWrites::post(const SettingRow& row, const sp<AMessage>& msg) {
+bool DeferredWrites::post(const SettingRow& row, const sp<AMessage>& msg) {
     {
         Mutex::Autolock lock(mLock);
-        while (isFull(row))
+        while (row.kind == SettingRow::Kind::kGameSwitch && isFull(row))
             (void)mRoom.wait(mLock);  // fails on a broken mutex only
+        if (isFull(row)) return false;
         const auto [found, isNew] = mChoices.try_emplace(row);
-        if (isNew && !row.isKept()) ++mOtherRows;
+        size_t* const count = counted(row);
+        if (isNew && count != nullptr) ++*count;
         Choice& choice = found->second;
         choice.newest = msg;
-        if (choice.queued != nullptr) return;
+        if (choice.queued != nullptr) return true;
         choice.queued = msg;
     }
-    if (msg->post() == OK) return;
+    if (msg->post() == OK) return true;
     // The looper is gone, and nobody will ever carry it out.
     Mutex::Autolock lock(mLock);
     if (const auto found = mChoices.find(row); found != mChoices.end()) forget(found);
+    return false;
 }
 
 void DeferredWrites::drop(const SettingRow& row) {
@@ -115,12 +118,18 @@ std::vector<SettingRow> DeferredWrites::waiting() const {
     return rows;
 }
 
-bool DeferredWrites::isFull(const SettingRow& row) const {
-    return !row.isKept() && mOtherRows >= kMaxOtherRows && mChoices.count(row) == 0;
+size_t* DeferredWrites::counted(const SettingRow& row) {
+    if (row.kind == SettingRow::Kind::kGameSwitch) return &mGameRows;
+    return row.isKept() ? nullptr : &mUnknownRows;
+}
+
+bool DeferredWrites::isFull(const SettingRow& row) {
+    const size_t* const count = counted(row);
+    return count != nullptr && *count >= kMaxRows && mChoices.count(row) == 0;
 }
 
 void DeferredWrites::forget(Choices::iterator choice) {
-    if (!choice->first.isKept()) --mOtherRows;
+    if (size_t* const count = counted(choice->first); count != nullptr) --*count;
     mChoices.erase(choice);
     mRoom.broadcast();
 }

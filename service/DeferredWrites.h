@@ -46,17 +46,17 @@ struct SettingRow {
 
 class DeferredWrites {
 public:
-    // How many rows may wait that the settings store does not keep: game switches, and devices and
-    // scenes that do not exist. Whoever posts more of them waits; nobody else does.
-    static constexpr size_t kMaxOtherRows = 256;
+    // How many game switches may wait; who posts more of them waits himself. As many rows of
+    // devices and scenes that do not exist may wait; more of them are not taken.
+    static constexpr size_t kMaxRows = 256;
 
     DeferredWrites() = default;
     DeferredWrites(const DeferredWrites&) = delete;
     DeferredWrites& operator=(const DeferredWrites&) = delete;
 
     // Makes `msg` the row's newest choice and, unless a message of the row waits already, posts it.
-    // The message must not be changed any more.
-    void post(const SettingRow& row, const sp<AMessage>& msg) EXCLUDES(mLock);
+    // The message must not be changed any more. False when it is not taken.
+    [[nodiscard]] bool post(const SettingRow& row, const sp<AMessage>& msg) EXCLUDES(mLock);
 
     // A value for the row is about to be written by other means: what waits is not written.
     void drop(const SettingRow& row) EXCLUDES(mLock);
@@ -82,14 +82,17 @@ private:
     };
     using Choices = std::map<SettingRow, Choice>;
 
-    bool isFull(const SettingRow& row) const REQUIRES(mLock);
+    // The rows of the kind of `row` that count against kMaxRows; null for one that is always taken.
+    size_t* counted(const SettingRow& row) REQUIRES(mLock);
+    bool isFull(const SettingRow& row) REQUIRES(mLock);
     void forget(Choices::iterator choice) REQUIRES(mLock);
 
     // Leaf: held for the instructions that copy in or out.
     mutable Mutex mLock;
     Condition mRoom;
     Choices mChoices GUARDED_BY(mLock);
-    size_t mOtherRows GUARDED_BY(mLock) = 0;
+    size_t mGameRows GUARDED_BY(mLock) = 0;
+    size_t mUnknownRows GUARDED_BY(mLock) = 0;
 };
 
 }  // namespace android

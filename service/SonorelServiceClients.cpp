@@ -1,3 +1,4 @@
+#include <optional>
 #include <utility>
 
 #include "service/ServiceLog.h"
@@ -9,6 +10,8 @@ namespace {
 
 // The registration whose client's death this thread is handling, while it calls unregisterClient().
 thread_local const SonorelService::CallbackClient* tDying = nullptr;
+// The registration of client 1 to which this thread is pushing everything stored; none otherwise.
+thread_local std::optional<uint64_t> tPushedTo;
 
 }  // namespace
 
@@ -153,8 +156,10 @@ bool SonorelService::beginNeededPushLocked(SettingsPush* outPush) {
 }
 
 void SonorelService::pushSettings(const SettingsPush& push) {
+    tPushedTo = push.registration;
     initQeltoMetaAudio(true);
     initMss();
+    tPushedTo.reset();
     Mutex::Autolock lock(mClientLock);
     const sp<CallbackClient> renderer = findClient(IHalvendClient::CLIENT_ID_META_AUDIO);
     if (renderer != nullptr && renderer->mRegistration == push.registration) {
@@ -175,7 +180,12 @@ sp<SonorelService::CallbackClient> SonorelService::findClient(int8_t clientId) c
 void SonorelService::callClient(int8_t clientId, int32_t event, CallbackData in,
                                 CallbackData* answer) {
     Mutex::Autolock lock(mClientLock);
-    const sp<CallbackClient> entry = findClient(clientId);
+    sp<CallbackClient> entry = findClient(clientId);
+    // A renderer that came during another one's push gets a whole one of its own, not the rest.
+    if (entry != nullptr && tPushedTo && clientId == IHalvendClient::CLIENT_ID_META_AUDIO &&
+        entry->mRegistration != *tPushedTo) {
+        entry.clear();
+    }
     SONOREL_LOGD("%s:clientID:%d exist:%d, event:%d, isOneWay:%d", __func__, clientId,
                  entry != nullptr, event, answer == nullptr);
     if (entry == nullptr || entry->mClient == nullptr) return;

@@ -24,14 +24,14 @@ void SpHandler::postMetaOn(const SettingRow& row, bool on, int32_t dev) {
     const sp<AMessage> msg = new AMessage(kWhatMetaOn, this);
     msg->setInt32("meta_on", on ? 1 : 0);
     msg->setInt32("meta_dev", dev);
-    mWrites.post(row, msg);
+    post(row, msg);
 }
 
 void SpHandler::postMetaMode(const SettingRow& row, int32_t mode, int32_t dev) {
     const sp<AMessage> msg = new AMessage(kWhatMetaMode, this);
     msg->setInt32("meta_mode", mode);
     msg->setInt32("meta_dev", dev);
-    mWrites.post(row, msg);
+    post(row, msg);
 }
 
 void SpHandler::postMetaScenePos(const SettingRow& row, int32_t dev, const float* pos) {
@@ -41,14 +41,19 @@ void SpHandler::postMetaScenePos(const SettingRow& row, int32_t dev, const float
     msg->setFloat("meta_pos_x", pos[0]);
     msg->setFloat("meta_pos_y", pos[1]);
     msg->setFloat("meta_pos_z", pos[2]);
-    mWrites.post(row, msg);
+    post(row, msg);
 }
 
 void SpHandler::postFastGameEffect(const std::string& pkgName, int32_t value) {
     const sp<AMessage> msg = new AMessage(kWhatFastGameEffect, this);
     msg->setString("fge_pkgname", pkgName.c_str(), static_cast<ssize_t>(pkgName.size()));
     msg->setInt32("fge_switch", value);
-    mWrites.post(SettingRow::gameSwitch(pkgName), msg);
+    post(SettingRow::gameSwitch(pkgName), msg);
+}
+
+void SpHandler::post(const SettingRow& row, const sp<AMessage>& msg) {
+    if (mWrites.post(row, msg)) return;
+    SONOREL_LOGE("%s: not stored, too many settings wait: %s", __func__, row.text().c_str());
 }
 
 void SpHandler::writeNow(const SettingRow& row, const std::function<void()>& write) {

@@ -43,8 +43,9 @@ public:
     // The game effect's store for the messages to come; called on binder threads before each post.
     void setFgeDatabase(const sp<FgeDatabase>& fgeDatabase) EXCLUDES(mFgeLock);
 
-    // Any thread: posts the write of one setting. May wait while too many game switches or settings
-    // that do not exist are queued, see DeferredWrites.
+    // Any thread: posts the write of one setting. That of a game switch may wait for others that
+    // were posted before; what does not exist may not be taken and is then logged. See
+    // DeferredWrites.
     void postMetaOn(const SettingRow& row, bool on, int32_t dev) EXCLUDES(mWriteLock);
     void postMetaMode(const SettingRow& row, int32_t mode, int32_t dev) EXCLUDES(mWriteLock);
     void postMetaScenePos(const SettingRow& row, int32_t dev, const float* pos)
@@ -66,6 +67,7 @@ public:
     void onMessageReceived(const sp<AMessage>& msg) override EXCLUDES(mWriteLock);
 
 private:
+    void post(const SettingRow& row, const sp<AMessage>& msg);
     void carryOut(const sp<AMessage>& msg) REQUIRES(mWriteLock);
     void handleMetaOn(const sp<AMessage>& msg);
     void handleMetaMode(const sp<AMessage>& msg);
