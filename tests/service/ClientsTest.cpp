@@ -110,35 +110,48 @@ TEST_F(Clients, ARendererGetsEverythingOnceAfterWhateverMadeItNecessary) {
     }
 }
 
-// What comes between the events of a push. Each row happens while the renderer is asked event 0.
+// What another thread does between two events of a push.
 TEST_F(Clients, ARendererThatChangesDuringAPushLeavesTheNextOneEverything) {
     product(true);
     start();
-    std::function<void()> meanwhile;
-    std::thread other;
-    const auto renderer = [&](int32_t event, const CallbackData&, CallbackData*) {
-        if (event != IHalvendClient::CB_SET_META_AUDIO_ON || meanwhile == nullptr) return;
-        other = std::thread(std::exchange(meanwhile, nullptr));
+    addClient(1);
+    EventLog next;
+    const auto registerNext = [&] {
+        EXPECT_TRUE(mService->registerClient(new FakeClient(1, &next), 1).isOk());
     };
-    addClient(1, renderer);
+    const auto unregister = [&] { EXPECT_TRUE(mService->unregisterClient(1).isOk()); };
     const struct {
         const char* name;
-        std::function<void()> happening;
-        bool isNextOwed;
+        std::function<void()> meanwhile;
+        size_t pushedToNext;
     } rows[] = {
-            {"nothing", [] {}, false},
-            {"audio server died", [&] { mService->onAudioServerDied(); }, true},
-            {"died", [&] { mService->findClient(1)->binderDied(nullptr); }, true},
+            {"nothing", [] {}, 0},
+            {"registered again", [&] { registerNext(); }, 0},
+            {"audio server died", [&] { mService->onAudioServerDied(); }, 1},
+            {"died", [&] { mService->findClient(1)->binderDied(nullptr); }, 1},
+            {"unregistered", [&] { unregister(); }, 1},
+            {"replaced", [&] { unregister(), registerNext(); }, 1},
+            {"died and replaced",
+             [&] { mService->findClient(1)->binderDied(nullptr), registerNext(); }, 1},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        meanwhile = row.happening;
+        bool isReached = false;
+        mCapture.onNext("setMetaAudioOnInt ---", [&] {
+            isReached = true;
+            std::thread(row.meanwhile).join();
+        });
         EXPECT_EQ(0, mService->onAudioServerRestarted());
-        other.join();
-        (void)mService->unregisterClient(1);
-        mEvents.clear();
-        addClient(1, renderer);
-        EXPECT_EQ(row.isNextOwed ? 13U : 0U, mEvents.count(1, IHalvendClient::CB_SET_CURRENT_POS));
+        EXPECT_TRUE(isReached);
+        unregister();
+        registerNext();
+        // Whole, and not the rest of the other's push with it.
+        for (const int32_t event : {14, 0, 1, 10})
+            EXPECT_EQ(row.pushedToNext, next.count(1, event)) << event;
+        EXPECT_EQ(13 * row.pushedToNext, next.count(1, IHalvendClient::CB_SET_CURRENT_POS));
+        unregister();
+        addClient(1);
+        next.clear();
     }
 }
 
