@@ -230,6 +230,11 @@ TEST_F(Clients, EffectCentreGetsOnOffAndModeOnSpeakerProductsOnly) {
     ASSERT_TRUE(mService->unregisterClient(4).isOk());
     addClient(4);
     EXPECT_TRUE(mEvents.lines().empty()) << "the first push is the only one";
+    restart();
+    addClient(4);
+    EXPECT_EQ((std::vector<std::string>{"client 4 event 24 one-way enable=1 mode=3"}),
+              mEvents.takeLines())
+            << "from the store";
 }
 
 TEST_F(Clients, AFailedAnswerLeavesTheSendersRecordAlone) {

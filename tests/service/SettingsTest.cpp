@@ -137,9 +137,16 @@ TEST_F(Settings, SpeakerProductWalkThroughDevicesAndUsers) {
     EXPECT_EQ(push(true, false, 0, "-1,-2,-3", "13,0.5,0.25", 1), mEvents.takeLines());
     EXPECT_EQ("on=0 mode=1 scene1=1,2,3", stored(1));
 
+    // A new user on the speaker, whose headset's side is seeded as well.
+    ASSERT_TRUE(mService->setCurrentUserID(11).isOk());
+    EXPECT_EQ(push(true, false, 0, "-1,-2,-3", "13,0.5,0.25", 0), mEvents.takeLines());
+    EXPECT_EQ("on=0 mode=0 scene1=1,2,3", stored(1));
+    ASSERT_TRUE(mService->setMetaAudioMode(9, &status).isOk());
+    mEvents.clear();
+
     // Back to the first user, and over a restart of the service.
     ASSERT_TRUE(mService->setCurrentUserID(0).isOk());
-    EXPECT_EQ(push(true, true, 2, "1,1,1", "13,0.5,0.25", 0), mEvents.takeLines());
+    EXPECT_EQ(push(true, true, 2, "1,1,1", "13,0.5,0.25", 9), mEvents.takeLines());
     restart();
     EXPECT_EQ("on=1 mode=5 scene1=2,2,2", stored(1));
     addClient(1, renderer());
