@@ -206,9 +206,8 @@ int listenAs(const Globals& globals, const ListenOptions& options) {
     const sp<ServiceDeath> death = new ServiceDeath(progress);
     sp<ISonorelService> service;
 
-    std::thread registering([&] {
-        progress->registered(registerListener(options.id, listener, death, &service));
-    });
+    std::thread registering(
+            [&] { progress->registered(registerListener(options.id, listener, death, &service)); });
     const std::optional<int> registered = progress->awaitRegistered(globals);
     // The service learns from the end of this process that the client is gone.
     if (!registered) leave(kExitOk);
@@ -264,9 +263,7 @@ void addListenVerb(CLI::App& app, const Globals& globals, Action* outAction) {
             "service does\nnot say so, and no events come. --timeout bounds registering and "
             "unregistering;\nits clock stands still while an event waits for the delay.");
     verb->callback([&globals, outAction, options] {
-        *outAction = [&globals, options]() -> int {
-            leave(runListen(globals, *options));
-        };
+        *outAction = [&globals, options]() -> int { leave(runListen(globals, *options)); };
     });
 }
 
