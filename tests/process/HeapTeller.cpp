@@ -1,5 +1,5 @@
-// Preloaded into a process, tells on SIGRTMIN how many bytes of its heap are in use: the figure that
-// shows a loss where resident memory, with its stacks and holes, does not.
+// Preloaded into a process, tells on SIGRTMIN how many bytes of its heap are in use: the figure
+// that shows a loss where resident memory, with its stacks and holes, does not.
 
 #include <malloc.h>
 #include <pthread.h>
