@@ -159,7 +159,7 @@ TEST_F(ClientLife, AudioServersReturnHoldsUpNeitherSignalsNorCallers) {
     const long threads = figuresOf(daemon.pid()).threads;
     for (int i = 0; i < 10; ++i) {
         daemon.kill(SIGUSR2);
-        EXPECT_TRUE(eventually([&] { return figuresOf(daemon.pid()).pendingSignals == 0; }));
+        ASSERT_TRUE(eventually([&] { return figuresOf(daemon.pid()).pendingSignals == 0; }));
     }
     EXPECT_LE(figuresOf(daemon.pid()).threads, threads + 1);  // the pool may have grown by one
     bool connected = true;
