@@ -28,6 +28,20 @@ ui() {
     [ "$answer" = "{}" ] || printf '    settings UI <- service  %s\n' "$answer"
 }
 
+# until_true COMPLAINT COMMAND...: waits until the command succeeds, for 15 seconds at most.
+until_true() {
+    local complaint=$1 tries=0
+    shift
+    until "$@" 2>/dev/null; do
+        tries=$((tries + 1))
+        [ "$tries" -lt 300 ] || {
+            echo "play.sh: $complaint" >&2
+            exit 1
+        }
+        sleep 0.05
+    done
+}
+
 # start NAME LINE COMMAND...: starts a process and waits until it has printed a line with LINE.
 start() {
     local line=$2 log
@@ -35,15 +49,7 @@ start() {
     shift 2
     "$@" > >(tee "$log") &
     pids+=($!)
-    local tries=0
-    until grep -q "$line" "$log" 2>/dev/null; do
-        tries=$((tries + 1))
-        [ "$tries" -lt 300 ] || {
-            echo "play.sh: $1 did not start" >&2
-            exit 1
-        }
-        sleep 0.05
-    done
+    until_true "$1 did not start" grep -q "$line" "$log"
 }
 
 # stop PID: ends a process and waits for its last words.
@@ -56,6 +62,7 @@ stop() {
 
 act "The service starts on a device with a loudspeaker that takes part in spatial audio"
 start sonoreld "SonorelService ready" sonoreld --root "$root"
+sonoreld=${pids[-1]}
 
 act "A renderer and the effect centre register, and get what is stored"
 start renderer "registered as client 1" example_renderer --id 1 --name renderer
@@ -95,6 +102,15 @@ kill -KILL "$renderer"
 wait "$renderer" 2>/dev/null || true
 sleep 0.2  # the service learns of a death within milliseconds
 start renderer2 "registered as client 1" example_renderer --id 1 --name renderer
+
+act "The audio server dies and comes back: the renderer gets everything again"
+loaded=$(grep -c "policy and settings are loaded" "$root/renderer2.log")
+got_again() { [ "$(grep -c "policy and settings are loaded" "$root/renderer2.log")" -gt "$loaded" ]; }
+kill -USR1 "$sonoreld"
+kill -USR2 "$sonoreld"
+until_true "the renderer got nothing" got_again
+# What the renderer is asked next waits for the push.
+ui setMetaAudioMode 1
 
 act "A game gets its low-latency effect"
 ui syncGameListInfo '{"com.example.racer": 1, "com.example.puzzle": 1}'

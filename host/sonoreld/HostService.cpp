@@ -8,11 +8,15 @@
 #include <utils/String16.h>
 
 #include <filesystem>
+#include <future>
+#include <memory>
 #include <system_error>
+#include <thread>
 
 namespace sonorel::host {
 namespace {
 
+using android::IBinder;
 using android::sp;
 using android::String16;
 
@@ -36,6 +40,19 @@ std::string loaderError() {
     return text == nullptr ? "unknown loader error" : text;
 }
 
+sp<IBinder> registeredService() {
+    const sp<android::IServiceManager> manager = android::defaultServiceManager();
+    return manager == nullptr ? nullptr : manager->checkService(String16(kServiceName));
+}
+
+// 0 when none lives.
+pid_t askForOtherServer() {
+    const sp<IBinder> service = registeredService();
+    // The manager may not have noticed yet that the owner has ended.
+    if (service == nullptr || !service->isBinderAlive()) return 0;
+    return android::ProcessState::self()->ownerPid(service);
+}
+
 }  // namespace
 
 bool ensureServiceManager(const std::string& root, std::string* outError) {
@@ -49,7 +66,17 @@ bool ensureServiceManager(const std::string& root, std::string* outError) {
     return false;
 }
 
-bool instantiateService(const std::string& library, std::string* outError) {
+OtherServer findOtherServer(std::chrono::milliseconds within) {
+    // The manager may be another process, and stopped: a call to it cannot be ended.
+    const auto asked = std::make_shared<std::promise<pid_t>>();
+    std::future<pid_t> server = asked->get_future();
+    std::thread([asked] { asked->set_value(askForOtherServer()); }).detach();
+    if (server.wait_for(within) == std::future_status::ready) return {true, server.get()};
+    const sp<android::ProcessState> self = android::ProcessState::self();
+    return {false, self->ownerPid(self->getContextObject(nullptr))};
+}
+
+bool instantiateService(const std::string& library, void** outLibrary, std::string* outError) {
     const std::string file = library.empty() ? defaultLibrary() : library;
     void* handle = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (handle == nullptr) {
@@ -63,13 +90,12 @@ bool instantiateService(const std::string& library, std::string* outError) {
     }
     ALOGI("service library %s", file.c_str());
     reinterpret_cast<void (*)()>(symbol)();
+    *outLibrary = handle;
     return true;
 }
 
-bool isServicePublished(std::string* outError) {
-    const sp<android::IServiceManager> manager = android::defaultServiceManager();
-    const sp<android::IBinder> service =
-            manager == nullptr ? nullptr : manager->checkService(String16(kServiceName));
+bool isServicePublished(sp<IBinder>* outService, std::string* outError) {
+    const sp<IBinder> service = registeredService();
     if (service == nullptr) {
         *outError = std::string("the service manager did not accept ") + kServiceName;
         return false;
@@ -79,6 +105,7 @@ bool isServicePublished(std::string* outError) {
                 std::string("the service manager kept the ") + kServiceName + " of another process";
         return false;
     }
+    *outService = service;
     return true;
 }
 

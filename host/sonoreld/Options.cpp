@@ -57,10 +57,16 @@ std::optional<int> parseCommandLine(int argc, char** argv, Options* outOptions) 
     app.add_option("--library", options.serviceLibrary,
                    "The service library [libsonorelservice.so in ../lib of this program]")
             ->type_name("FILE");
+    app.add_flag("--replace", options.replace,
+                 "Take the service's name from the process that serves, which then serves only "
+                 "those who know it already; without this sonoreld does not start beside it");
     app.add_flag("--verbose", options.verbose, "Log at debug level instead of info");
     app.footer(
             "Prints 'SonorelService ready' once clients can call, and serves until SIGTERM or "
-            "SIGINT.\n"
+            "SIGINT;\nthe store writes that the service has posted then have a second to be "
+            "carried out.\n"
+            "SIGUSR1 plays the death of the audio server, SIGUSR2 its return, after which every "
+            "client gets the\nsettings again.\n"
             "Sockets lie under $SONOREL_RUNTIME_DIR, by default $XDG_RUNTIME_DIR/sonorel or "
             "/tmp/sonorel-UID.\n"
             "Exit codes: 0 stopped by a signal, 1 could not start, 2 usage.");

@@ -16,6 +16,8 @@ struct Options {
     std::vector<std::pair<std::string, std::string>> properties;
     // "" for the one beside the program.
     std::string serviceLibrary;
+    // Serve although another process does.
+    bool replace = false;
     bool verbose = false;
 };
 

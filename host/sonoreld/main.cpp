@@ -8,7 +8,9 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -17,35 +19,63 @@
 
 #include "HostService.h"
 #include "Options.h"
+#include "ServiceHooks.h"
+#include "ServingRight.h"
 
 namespace sonorel::host {
 namespace {
 
 constexpr int kExitFailure = 1;
 
+constexpr std::chrono::seconds kManagerAnswers{5};
+constexpr nsecs_t kStoreWritesLimit = s2ns(1);
+
+// What the signals act on. Both are made once and never destroyed: threads use them until the
+// process ends.
+struct Serving {
+    ServiceHooks hooks;
+    std::atomic<ServingRight*> right{nullptr};  // null before it was asked for
+};
+
 // Leaves at once, without static destructors: binder threads may be inside calls for as long as a
-// client pleases, and would lose what they use. Settings that the store has acknowledged are kept;
-// what was only posted to the looper is dropped, as when the looper stops.
+// client pleases, and would lose what they use. Settings that the store has acknowledged are kept.
 [[noreturn]] void leave(int code) {
     (void)fflush(stdout);
     (void)fflush(stderr);
     std::quick_exit(code);
 }
 
+[[noreturn]] void endServing(int signal, Serving& serving) {
+    ALOGI("leaving on signal %d", signal);
+    if (ServingRight* const right = serving.right; right != nullptr) right->announceLeaving();
+    serving.hooks.finishStoreWrites(kStoreWritesLimit);
+    leave(EXIT_SUCCESS);
+}
+
+sigset_t handledSignals() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (const int signal : {SIGTERM, SIGINT, SIGUSR1, SIGUSR2})
+        sigaddset(&signals, signal);
+    return signals;
+}
+
 // Started before every other thread, so that all of them inherit the blocked signals and only this
 // one takes them: a signal ends the process also during start-up and under a stuck call.
-void startSignalThread() {
-    sigset_t ending;
-    sigemptyset(&ending);
-    sigaddset(&ending, SIGTERM);
-    sigaddset(&ending, SIGINT);
-    pthread_sigmask(SIG_BLOCK, &ending, nullptr);
-    std::thread([ending] {
-        int number = 0;
-        while (sigwait(&ending, &number) != 0) {
+void startSignalThread(Serving& serving) {
+    std::thread([&serving] {
+        const sigset_t signals = handledSignals();
+        for (;;) {
+            int number = 0;
+            if (sigwait(&signals, &number) != 0) continue;
+            if (number == SIGUSR1) {
+                serving.hooks.audioServerDied();
+            } else if (number == SIGUSR2) {
+                serving.hooks.audioServerRestarted();
+            } else {
+                endServing(number, serving);
+            }
         }
-        ALOGI("leaving on signal %d", number);
-        leave(EXIT_SUCCESS);
     }).detach();
 }
 
@@ -74,13 +104,56 @@ bool setProperties(const Options& options, std::string* outError) {
     return true;
 }
 
-bool startService(const Options& options, std::string* outError) {
+std::string servedBy(pid_t process) {
+    return "process " + std::to_string(process) + " serves SonorelService in " +
+           android::ProcessState::self()->runtimeFolder() +
+           " already; --replace takes the name from it";
+}
+
+// Two that start at once both find no service, so first there is a lock that one of them gets.
+bool takeRight(Serving& serving, bool replace, std::string* outError) {
+    auto* const right = new ServingRight(android::ProcessState::self()->runtimeFolder());
+    serving.right = right;
+    const pid_t holder = right->take();
+    if (holder == 0 || replace) return true;
+    // Where one has replaced another, the manager knows which of them serves.
+    const OtherServer other = findOtherServer(std::chrono::seconds(1));
+    *outError = servedBy(other.answered && other.process != 0 ? other.process : holder);
+    return false;
+}
+
+// The service may be another program's or another user's, who had no part in the lock.
+bool isNameFree(bool replace, std::string* outError) {
+    const OtherServer other = findOtherServer(kManagerAnswers);
+    if (!other.answered) {
+        *outError = "the service manager, process " + std::to_string(other.process) +
+                    ", does not answer";
+        return false;
+    }
+    if (other.process == 0 || replace) return true;
+    *outError = servedBy(other.process);
+    return false;
+}
+
+bool startService(const Options& options, Serving& serving, std::string* outError) {
+    if (!takeRight(serving, options.replace, outError)) return false;
     if (!ensureServiceManager(options.root, outError)) return false;
+    if (!isNameFree(options.replace, outError)) return false;
     android::ProcessState::self()->startThreadPool();
-    return instantiateService(options.serviceLibrary, outError) && isServicePublished(outError);
+    void* library = nullptr;
+    android::sp<android::IBinder> service;
+    if (!instantiateService(options.serviceLibrary, &library, outError) ||
+        !isServicePublished(&service, outError)) {
+        return false;
+    }
+    serving.hooks.attach(library, service);
+    return true;
 }
 
 int run(int argc, char** argv) {
+    // First of all: a signal that comes during start-up waits for its thread.
+    const sigset_t signals = handledSignals();
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     Options options;
     if (const std::optional<int> code = parseCommandLine(argc, argv, &options)) return *code;
     __android_log_set_minimum_priority(options.verbose ? ANDROID_LOG_DEBUG : ANDROID_LOG_INFO);
@@ -91,8 +164,9 @@ int run(int argc, char** argv) {
     }
     // Whoever read our output may go; the service stays.
     signal(SIGPIPE, SIG_IGN);
-    startSignalThread();
-    if (!setProperties(options, &error) || !startService(options, &error)) {
+    auto& serving = *new Serving;
+    startSignalThread(serving);
+    if (!setProperties(options, &error) || !startService(options, serving, &error)) {
         (void)fprintf(stderr, "sonoreld: %s\n", error.c_str());
         leave(kExitFailure);
     }

@@ -1,6 +1,6 @@
 // A client process of the service manager. One command a line on stdin, one answer a line on
 // stdout:
-//   add NAME, await NAME, list, permission NAME UID
+//   manage, add NAME, await NAME, list, permission NAME UID
 
 #include <limits>
 #include <memory>
@@ -8,6 +8,7 @@
 #include <binder/Binder.h>
 #include <binder/IServiceManager.h>
 #include <binder/ProcessState.h>
+#include <binder/ServiceManager.h>
 
 #include <iostream>
 #include <sstream>
@@ -26,6 +27,10 @@ String16 word(std::istringstream& line) {
 
 std::string answer(const std::string& text) {
     static std::vector<sp<IBinder>>& sPublished = *new std::vector<sp<IBinder>>();
+    if (text == "manage") {
+        const sp<ServiceManager> own = new ServiceManager("/");
+        return "manages " + std::to_string(ProcessState::self()->becomeContextManager(own));
+    }
     const sp<IServiceManager> manager = defaultServiceManager();
     if (manager == nullptr) return "no manager";
     std::istringstream line(text);

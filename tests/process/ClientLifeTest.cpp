@@ -3,8 +3,8 @@
 #include <memory>
 
 #include <atomic>
+#include <chrono>
 
-#include <binder/IServiceManager.h>
 #include <gmock/gmock.h>
 
 #include "process/ProcessTest.h"
@@ -12,6 +12,7 @@
 namespace sonorel::test {
 namespace {
 
+using namespace std::chrono_literals;
 using android::sp;
 using qelto::halvend::IHalvendClient;
 
@@ -147,23 +148,34 @@ TEST_F(ClientLife, StopsOnSignalWhileAClientHoldsACall) {
     }
 }
 
-TEST_F(ClientLife, SecondServiceUsesTheManagerThatIsThere) {
-    ASSERT_NO_FATAL_FAILURE(start());
-    const DeviceRoot otherRoot;
-    ServiceProcess other(otherRoot, speakerProduct());
-    ASSERT_TRUE(other.waitUntilReady()) << other.process().errors();
-    // The name now leads to the second one, in the first one's manager.
-    const sp<android::IServiceManager> manager = android::defaultServiceManager();
-    ASSERT_NE(nullptr, manager);
-    const android::String16 name("SonorelService");
-    const sp<android::IBinder> second = manager->checkService(name);
-    ASSERT_NE(nullptr, second);
-    EXPECT_NE(second, android::IInterface::asBinder(mService));
-    EXPECT_EQ(1U, manager->listServices().size());
+TEST_F(ClientLife, AudioServersReturnHoldsUpNeitherSignalsNorCallers) {
+    ASSERT_NO_FATAL_FAILURE(start(speakerProduct()));
+    ChildProcess& daemon = mDaemon->process();
+    const sp<RecordingClient> renderer = addClient(1);
+    renderer->clear();
+    renderer->closeGate();
+    daemon.kill(SIGUSR2);
+    ASSERT_TRUE(renderer->waitUntilHeld());
+    const long threads = figuresOf(daemon.pid()).threads;
+    for (int i = 0; i < 10; ++i) {
+        daemon.kill(SIGUSR2);
+        ASSERT_TRUE(eventually([&] { return figuresOf(daemon.pid()).pendingSignals == 0; }));
+    }
+    EXPECT_LE(figuresOf(daemon.pid()).threads, threads + 1);  // the pool may have grown by one
+    bool connected = true;
+    EXPECT_TRUE(mService->getHeadsetConnectionState(&connected).isOk());
+    renderer->openGate();
+    ASSERT_TRUE(renderer->waitFor(IHalvendClient::CB_LOAD_XML_AND_SQLITE, 2));
+    // The death is told behind all returns, which were two: the one that was held, one for the ten.
+    daemon.kill(SIGUSR1);
+    ASSERT_TRUE(daemon.waitForError("the audio server died"));
+    EXPECT_FALSE(renderer->waitFor(IHalvendClient::CB_LOAD_XML_AND_SQLITE, 3, 0ms));
 
-    other.process().kill(SIGKILL);
-    EXPECT_TRUE(eventually([&] { return manager->checkService(name) == nullptr; }));
-    expectServes();  // by the reference that is still held
+    renderer->closeGate();
+    daemon.kill(SIGUSR2);
+    ASSERT_TRUE(renderer->waitUntilHeld());
+    stop();
+    renderer->openGate();
 }
 
 }  // namespace

@@ -49,9 +49,9 @@ bool RecordingClient::waitUntilHeld() {
     return mChanged.wait_for(lock, kEventDeadline, [this] { return mGateClosed && mHeld > 0; });
 }
 
-bool RecordingClient::waitFor(int32_t event, size_t count) {
+bool RecordingClient::waitFor(int32_t event, size_t count, std::chrono::milliseconds within) {
     std::unique_lock<std::mutex> lock(mMutex);
-    return mChanged.wait_for(lock, kEventDeadline,
+    return mChanged.wait_for(lock, within,
                              [this, event, count] { return countLocked(event) >= count; });
 }
 

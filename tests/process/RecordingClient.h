@@ -34,7 +34,8 @@ public:
     // Waits until a two-way call stands at the closed gate.
     [[nodiscard]] bool waitUntilHeld();
     // Waits until the event has come `count` times since the last clear().
-    [[nodiscard]] bool waitFor(int32_t event, size_t count = 1);
+    [[nodiscard]] bool waitFor(int32_t event, size_t count = 1,
+                               std::chrono::milliseconds within = kEventDeadline);
 
     std::vector<Event> events() const;
     void clear();

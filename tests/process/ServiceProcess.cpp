@@ -114,6 +114,7 @@ ProcessFigures figuresOf(pid_t pid) {
     for (std::string word; status >> word;) {
         if (word == "VmRSS:") status >> figures.residentKb;
         if (word == "Threads:") status >> figures.threads;
+        if (word == "ShdPnd:") status >> std::hex >> figures.pendingSignals >> std::dec;
     }
     figures.descriptors = countEntries(folder + "/fd");
     return figures;

@@ -67,6 +67,7 @@ struct ProcessFigures {
     long residentKb = 0;
     long threads = 0;
     long descriptors = 0;
+    unsigned long pendingSignals = 0;  // a set: those sent to the process that no thread has taken
 };
 ProcessFigures figuresOf(pid_t pid);
 

@@ -49,7 +49,7 @@ void VisitRounds::run(int rounds, int clients, std::optional<long> toleratedHeap
 long VisitRounds::heapInUse() {
     const std::string line = "heap in use: ";
     const size_t before = mDaemon->process().errors().size();
-    mDaemon->process().kill(SIGUSR1);
+    mDaemon->process().kill(SIGRTMIN);
     std::string told;
     EXPECT_TRUE(eventually([&] {
         told = mDaemon->process().errors().substr(before);

@@ -34,9 +34,11 @@ TEST_F(Mss, SupportTypeDecides) {
     });
     mEvents.clear();
     EXPECT_EQ(0, enable("a"));
-    EXPECT_EQ(0, enable("g"));
-    EXPECT_EQ(0U, mEvents.count(1, IHalvendClient::CB_IS_MSS_MUSIC_ONLY)) << "bit 4 is clear";
-    mEvents.clear();
+    EXPECT_EQ(0, enable("g", false));
+    // And nobody is asked about music, as bit 4 is clear.
+    EXPECT_EQ((std::vector<std::string>{"client 1 event 17 one-way pkgName=a mssEnable=1",
+                                        "client 1 event 17 one-way pkgName=g"}),
+              mEvents.takeLines());
     for (const char* refused : {"b", "c", "d", "e", "unlisted", ""}) {
         mCapture.clear();
         EXPECT_EQ(-1, enable(refused)) << refused;

@@ -2,11 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include <regex>
 #include <string>
 #include <vector>
 
-#include "support/TempDir.h"
+#include "support/InterfaceDefinition.h"
 
 namespace sonorel::ctl {
 namespace {
@@ -14,26 +13,12 @@ namespace {
 using android::binder::Status;
 using qelto::halvend::ISonorelServiceDefault;
 
-// The methods of the interface definition as the tool writes them.
-std::vector<std::string> definedSignatures() {
-    std::string text = test::readFile(SONOREL_SERVICE_AIDL);
-    text = std::regex_replace(text, std::regex(R"(/\*[^]*?\*/)"), "");
-    text = std::regex_replace(text, std::regex(R"(@\w+ |oneway |\bin )"), "");
-    std::vector<std::string> signatures;
-    const std::regex method(R"(([\w\[\]]+) (\w+\([^)]*\));)");
-    for (std::sregex_iterator it(text.begin(), text.end(), method), end; it != end; ++it) {
-        const std::string result = (*it)[1];
-        signatures.push_back((*it)[2].str() + (result == "void" ? "" : " -> " + result));
-    }
-    return signatures;
-}
-
 TEST(Methods, AreThoseOfTheInterfaceInItsOrder) {
     std::vector<std::string> signatures;
     for (const Method& method : methods())
         signatures.push_back(method.signature);
     EXPECT_EQ(57U, signatures.size());
-    EXPECT_EQ(definedSignatures(), signatures);
+    EXPECT_EQ(test::definedSignatures(), signatures);
 }
 
 // Answers a few methods, each with another shape; to the rest it is no such transaction.

@@ -1,112 +1,18 @@
-#include <gtest/gtest.h>
+// sonorelctl as a process, against the service in sonoreld.
+
 #include <signal.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
-#include <memory>
 #include <nlohmann/json.hpp>
-#include <optional>
-#include <string>
-#include <vector>
 
-#include "support/ChildProcess.h"
-#include "support/TempDir.h"
+#include "support/Wait.h"
+#include "tools/Programs.h"
 
 namespace sonorel::test {
 namespace {
-
-using Args = std::vector<std::string>;
-
-struct Ended {
-    int code;  // -1 when a signal ended it
-    std::string output;
-    std::string errors;
-};
-
-// The real programs, meeting in a folder of their own.
-class Programs : public ::testing::Test {
-protected:
-    std::unique_ptr<ChildProcess> start(const char* program, const Args& args,
-                                        std::optional<uid_t> uid = std::nullopt) {
-        return std::make_unique<ChildProcess>(
-                ChildProcess::Options{std::string(SONOREL_BIN_DIR) + "/" + program,
-                                      args,
-                                      {{"SONOREL_RUNTIME_DIR", mRuntime.path()},
-                                       {"SONOREL_DEVICE_ROOT", ""},
-                                       {"SONOREL_PROPERTIES", ""}},
-                                      uid,
-                                      mOutside.path()});
-    }
-
-    static Ended end(ChildProcess& child) {
-        const std::optional<ExitStatus> status = child.wait();
-        EXPECT_TRUE(status) << child.output() << child.errors();
-        EXPECT_TRUE(!status || status->exited) << "signal " << status->signal << "\n"
-                                               << child.errors();
-        return {status && status->exited ? status->code : -1, child.output(), child.errors()};
-    }
-
-    Ended run(const char* program, const Args& args, std::optional<uid_t> uid = std::nullopt) {
-        const auto child = start(program, args, uid);
-        return end(*child);
-    }
-
-    Ended ctl(const Args& args, std::optional<uid_t> uid = std::nullopt) {
-        return run("sonorelctl", args, uid);
-    }
-
-    std::unique_ptr<ChildProcess> startHost(const Args& more = {}) {
-        Args args{"--root", mRoot.path()};
-        args.insert(args.end(), more.begin(), more.end());
-        auto host = start("sonoreld", args);
-        EXPECT_TRUE(host->waitForLine("SonorelService ready")) << host->errors();
-        return host;
-    }
-
-    // Without a headset the service relays no mode to its clients.
-    void connectHeadset() {
-        EXPECT_EQ(0, ctl({"call", "notitySpHeadsetConnectionState", "true"}).code);
-    }
-
-    std::unique_ptr<ChildProcess> startListener(const Args& more) {
-        Args args{"listen", "--id", "1"};
-        args.insert(args.end(), more.begin(), more.end());
-        auto listener = start("sonorelctl", args);
-        EXPECT_TRUE(listener->waitForError("listening as client 1")) << listener->errors();
-        return listener;
-    }
-
-    TempDir mRoot;
-    TempDir mRuntime;
-    TempDir mOutside;  // where the programs are started
-};
-
-TEST_F(Programs, ServeUntilASignal) {
-    for (const int signal : {SIGTERM, SIGINT}) {
-        const auto host = startHost();
-        const Ended list = ctl({"list"});
-        EXPECT_EQ(0, list.code) << list.errors;
-        EXPECT_NE(std::string::npos, list.output.find("SonorelService\n")) << list.output;
-        for (const Args& args : {Args{"dump"}, Args{"dump", "--", "-a"}}) {
-            EXPECT_EQ(0U, ctl(args).output.find("1 services:\n  SonorelService\n\nlimits "));
-        }
-        EXPECT_EQ(0, ctl({"dump", "SonorelService", "--", "-a"}).code);
-        EXPECT_EQ(3, ctl({"dump", "absent"}).code);
-        const Ended call = ctl({"call", "getMetaAudioOn"});
-        EXPECT_EQ(0, call.code) << call.errors;
-        EXPECT_EQ("{\"return\":false}\n", call.output);
-        host->kill(signal);
-        EXPECT_EQ(0, end(*host).code);
-        EXPECT_EQ(3, ctl({"list"}).code);
-        EXPECT_EQ(3, ctl({"dump"}).code);
-        EXPECT_EQ(3, ctl({"call", "getMetaAudioOn"}).code);
-        // No socket stays behind.
-        for (const auto& entry : std::filesystem::directory_iterator(mRuntime.path())) {
-            EXPECT_FALSE(entry.is_socket()) << entry.path();
-        }
-    }
-}
 
 TEST_F(Programs, ListenerSeesEventsAndAnswers) {
     const auto host = startHost();
@@ -177,6 +83,26 @@ TEST_F(Programs, StuckClientHoldsNeitherCallersNorTheHost) {
     EXPECT_TRUE(code == 6 || code == 3) << code;
 }
 
+TEST_F(Programs, TheListenersOwnDelayIsNoTimeOfTheService) {
+    const auto host = startHost();
+    // Registering takes three two-way events.
+    const auto slow = start("sonorelctl", {"--timeout", "2", "listen", "--id", "1", "--delay",
+                                           "1000", "--answer", "status=0"});
+    EXPECT_TRUE(slow->waitForError("listening as client 1")) << slow->errors();
+    slow->kill(SIGTERM);
+    EXPECT_EQ(0, end(*slow).code);
+}
+
+TEST_F(Programs, SignalEndsAListenerThatIsStillRegistering) {
+    const auto host = startHost();
+    const auto stuck = start("sonorelctl", {"--timeout", "0", "listen", "--id", "1", "--delay",
+                                            "3600000", "--answer", "status=0"});
+    ASSERT_TRUE(stuck->waitForLine("\"way\":\"two-way\""));
+    stuck->kill(SIGINT);
+    EXPECT_EQ(0, end(*stuck).code);
+    EXPECT_EQ(0, ctl({"call", "testSonorelService"}).code);
+}
+
 TEST_F(Programs, ListenerNoticesTheServicesDeath) {
     const auto host = startHost();
     const auto listener = startListener({});
@@ -184,58 +110,6 @@ TEST_F(Programs, ListenerNoticesTheServicesDeath) {
     const Ended ended = end(*listener);
     EXPECT_EQ(6, ended.code) << ended.errors;
     EXPECT_NE(std::string::npos, ended.errors.find("sonorelctl: the service died\n"));
-}
-
-TEST_F(Programs, SecondHostUsesTheFirstOnesManager) {
-    const auto first = startHost();
-    const auto second = startHost();
-    EXPECT_EQ(0, ctl({"call", "testSonorelService"}).code);
-    second->kill(SIGTERM);
-    EXPECT_EQ(0, end(*second).code);
-    first->kill(SIGTERM);
-    EXPECT_EQ(0, end(*first).code);
-}
-
-TEST_F(Programs, PropertiesAndRootAreThereBeforeTheLibraryLoads) {
-    mRoot.write("build.prop", "probe.root=root\nprobe.file=root\nprobe.option=root\n");
-    mOutside.write("one.prop", "probe.file=one\nprobe.option=one\n");
-    mOutside.write("two.prop", "probe.file=two\n");
-    const Ended ended = run("sonoreld", {"--root", mRoot.path() + "/.", "--property",
-                                         "probe.option=a=b", "--properties", "one.prop",
-                                         "--properties", "two.prop", "--library", PROBE_LIBRARY});
-    EXPECT_EQ("probe root=root file=two option=a=b cwd=" + mRoot.path() +
-                      " device=" + mRoot.path() + "\n",
-              ended.output);
-    // The probe registers nothing.
-    EXPECT_EQ(1, ended.code);
-    EXPECT_NE(std::string::npos, ended.errors.find("did not accept SonorelService"))
-            << ended.errors;
-}
-
-TEST_F(Programs, HostSaysWhyItCannotStart) {
-    struct Case {
-        Args args;
-        int code;
-        std::string reason;
-    };
-    const std::string file = mOutside.write("file", "");
-    for (const Case& c : std::vector<Case>{
-                 {{"--library", "absent.so"}, 1, mOutside.path() + "/absent.so: cannot open"},
-                 {{"--library", file}, 1, file + ": file too short"},
-                 {{"--library", OTHER_LIBRARY}, 1, "holds no SonorelService"},
-                 {{"--properties", "absent"}, 1, mOutside.path() + "/absent: No such file"},
-                 {{"--property", "a b=c"}, 1, "cannot set the property a b"},
-                 {{"--property", "noequals"}, 2, "'noequals' is not KEY=VALUE"},
-                 {{"--root", "absent"}, 2, "absent: No such file or directory"},
-                 {{"--root", file}, 2, file + ": not a directory"},
-                 {{"--nonsense"}, 2, "--nonsense"}}) {
-        const Ended ended = run("sonoreld", c.args);
-        EXPECT_EQ(c.code, ended.code) << c.reason;
-        EXPECT_NE(std::string::npos, ended.errors.find(c.reason)) << c.reason << "\n"
-                                                                  << ended.errors;
-    }
-    EXPECT_EQ(0, run("sonoreld", {"--help"}).code);
-    EXPECT_EQ(0, run("sonoreld", {"--version"}).code);
 }
 
 TEST_F(Programs, CtlRefusesWhatMakesNoSense) {
@@ -264,11 +138,97 @@ TEST_F(Programs, CtlRefusesWhatMakesNoSense) {
               list.output.find("getMssTracksGain(String pkgName, out float[] gains) -> int\n"));
 }
 
-TEST_F(Programs, ArgumentsMayBeNegative) {
+TEST_F(Programs, TextsArriveAsTyped) {
     const auto host = startHost();
+    const auto listener = startListener({"--answer", "strValue=[a,b]{}"});
+    EXPECT_EQ("{\"return\":\"[a,b]{}\"}\n", ctl({"call", "getActiveMetaList"}).output);
+    std::vector<std::string> texts;
+    const auto send = [&](Args args, const std::string& text) {
+        args.push_back(text);
+        const Ended ended = ctl(args);
+        EXPECT_EQ(0, ended.code) << text << ended.errors;
+        texts.push_back(text);
+    };
+    for (const char* text : {"[x]", "[1,2]", "[]", "", "{}", "{a}", "%%", "++", "list", "\"q\"",
+                             "a\\b'", "1\n2", "\x01[", "[\x01]", "-1.5"}) {
+        send({"call", "setApkWindowSize"}, text);
+    }
+    for (const char* text : {"-x", "--", "++", "--size=[3]", "[x]", "call", ""})
+        send({"call", "setApkWindowSize", "--"}, text);
+
+    std::vector<std::string> arrived;
+    EXPECT_TRUE(eventually([&] {
+        arrived.clear();
+        std::istringstream lines(listener->output());
+        for (std::string line; std::getline(lines, line);) {
+            const auto event = nlohmann::json::parse(line, nullptr, false);
+            if (event.is_object() && event["event"] == 16)
+                arrived.push_back(event["data"]["strValue2"]);
+        }
+        return arrived.size() >= texts.size();
+    }));
+    EXPECT_EQ(texts, arrived);
+
+    const auto shown = nlohmann::json::parse(ctl({"policy", "show", "--json", "--package", "[a,b]",
+                                                  "--package={}", "--device=", "--device", "[c]"})
+                                                     .output);
+    EXPECT_EQ(R"({"[a,b]":null,"{}":null})", shown["packages"].dump());
+    EXPECT_EQ(R"({"":false,"[c]":false})", shown["unsupportedDevices"].dump());
     EXPECT_EQ(0, ctl({"call", "javaCallSetCurrentPos", "3", "-0.5,0,1"}).code);
-    EXPECT_EQ(0, ctl({"call", "setMetaAudioMode", "-1"}).code);
     EXPECT_EQ(0, ctl({"call", "getCurrentPosWithDev", "--size", "3", "--", "3", "-1"}).code);
+}
+
+TEST_F(Programs, SettingsTellsWhatTheDatabaseHolds) {
+    const auto host = startHost({"--property", "ro.qelto.audio.support.mss=1"});
+    for (const Args& args :
+         {Args{"setMetaAudioOnWithDev", "true", "1"}, Args{"setMetaAudioModeWithDev", "2", "1"},
+          Args{"setCurrentPosWithDev", "3", "0.5,1,-0.25", "1"},
+          Args{"setMssSpatialRenderMode", "4"}, Args{"setCurrentUserID", "10"}}) {
+        Args call{"call"};
+        call.insert(call.end(), args.begin(), args.end());
+        EXPECT_EQ(0, ctl(call).code) << args.front();
+    }
+    const std::string database = "data/qelto/multimedia/meta.db";
+    const auto json =
+            nlohmann::json::parse(ctl({"settings", "--root", mRoot.path(), "--json"}).output);
+    const auto& headset = json["0"]["devices"]["headset"];
+    EXPECT_EQ(true, headset["on"]);
+    EXPECT_EQ(2, headset["mode"]);
+    EXPECT_EQ("[0.5,1.0,-0.25]", headset["scenes"]["3"].dump());
+    EXPECT_EQ(4, json["0"]["soundWidenMode"]);
+    const Ended text = ctl({"settings", "--root", mRoot.path()});
+    EXPECT_EQ(0, text.code) << text.errors;
+    for (const char* line : {"User 0\n  headset: spatial audio on, mode 2",
+                             "\n    scene 3 at [0.5,1.0,-0.25]\n", "\n  sound widening mode 4\n"})
+        EXPECT_NE(std::string::npos, text.output.find(line)) << line << "\n" << text.output;
+
+    const struct {
+        const char* name;
+        std::function<void(const std::string& path)> make;  // what stands at the database's place
+        int code;
+        std::string output;
+        std::string error;
+    } rows[] = {
+            {"absent", [](const std::string&) {}, 2, "", "unable to open database file"},
+            {"empty", [&](const std::string&) { mOutside.write("empty/" + database, ""); }, 0,
+             "Nothing is stored yet.\n", ""},
+            {"text",
+             [&](const std::string&) { mOutside.write("text/" + database, "no database at all"); },
+             2, "", "file is not a database"},
+            {"folder", [](const std::string& path) { std::filesystem::create_directories(path); },
+             2, "", ""},
+    };
+    for (const auto& row : rows) {
+        const std::string root = mOutside.path(row.name);
+        std::filesystem::create_directories(root);
+        row.make(root + "/" + database);
+        const Ended ended = ctl({"settings", "--root", root});
+        EXPECT_EQ(row.code, ended.code) << row.name;
+        EXPECT_EQ(row.output, ended.output) << row.name;
+        // Tells the file and, where SQLite has one text for it, the cause.
+        const std::string error = "sonorelctl: " + root + "/" + database + ": " + row.error;
+        EXPECT_EQ(row.code == 0 ? "" : error, ended.errors.substr(0, error.size())) << row.name;
+    }
 }
 
 TEST_F(Programs, CallersOfOtherUidsNeedAGrant) {
@@ -289,7 +249,7 @@ TEST_F(Programs, CallersOfOtherUidsNeedAGrant) {
     EXPECT_EQ("{\"return\":7}\n", ctl(call, kStranger).output);
 
     // Nor may a stranger publish a service of the name.
-    const Ended other = run("sonoreld", {"--root", mRoot.path()}, kStranger);
+    const Ended other = run("sonoreld", {"--replace", "--root", mRoot.path()}, kStranger);
     EXPECT_EQ(1, other.code);
     EXPECT_NE(std::string::npos, other.errors.find("kept the SonorelService of another process"))
             << other.errors;

@@ -8,4 +8,7 @@ namespace sonorel::ctl {
 // and leaves the process with kExitTimedOut: a call that does not come back cannot be ended.
 int runWithin(const Globals& globals, const Action& action);
 
+// Says that no answer came in time, and leaves the process with kExitTimedOut.
+[[noreturn]] void leaveTimedOut(const Globals& globals);
+
 }  // namespace sonorel::ctl

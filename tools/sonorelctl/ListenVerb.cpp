@@ -1,21 +1,17 @@
 #include <binder/ProcessState.h>
-#include <poll.h>
 #include <qelto/halvend/BnHalvendClient.h>
 #include <signal.h>
-#include <sys/eventfd.h>
-#include <sys/signalfd.h>
-#include <unistd.h>
 #include <CLI/CLI.hpp>
 
-#include <array>
-#include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "Connection.h"
@@ -45,55 +41,91 @@ struct ListenOptions {
     CallbackData answer;
 };
 
-// Why listening ends. Set once, from any thread; the descriptor becomes readable then.
-class Ending {
+// How far listening has come. Any thread may tell, the main thread waits.
+class Progress {
 public:
-    Ending() : mFd(eventfd(0, EFD_CLOEXEC)) {}
-    ~Ending() { close(mFd); }
-    Ending(const Ending&) = delete;
-    Ending& operator=(const Ending&) = delete;
-
-    int fd() const { return mFd; }
-
-    void set(ExitCode code) {
-        std::lock_guard lock(mMutex);
-        if (mSet) return;
-        mSet = true;
-        mCode = code;
+    // Why listening ends; only the first call counts.
+    void end(ExitCode code) {
+        const std::lock_guard lock(mMutex);
+        if (!mEnd) mEnd = code;
         mChanged.notify_all();
-        const uint64_t one = 1;
-        (void)!write(mFd, &one, sizeof(one));
     }
 
-    ExitCode code() const {
-        std::lock_guard lock(mMutex);
-        return mCode;
+    // A signal asks to leave; returns false when one has asked before.
+    bool interrupt() {
+        const std::lock_guard lock(mMutex);
+        const bool first = !mInterrupted;
+        mInterrupted = true;
+        if (!mEnd) mEnd = kExitOk;
+        mChanged.notify_all();
+        return first;
     }
 
-    // Waits until the end or for `delay`, whichever comes first.
-    void waitAtMost(std::chrono::milliseconds delay) {
+    // The call that registers has come back.
+    void registered(int code) {
+        const std::lock_guard lock(mMutex);
+        mRegistered = code;
+        mChanged.notify_all();
+    }
+
+    // Holds an event up until the end or for `delay`, whichever comes first.
+    void holdUp(std::chrono::milliseconds delay) {
         std::unique_lock lock(mMutex);
-        mChanged.wait_for(lock, delay, [this] { return mSet; });
+        ++mHeldUp;
+        mChanged.wait_for(lock, delay, [this] { return mEnd.has_value(); });
+        --mHeldUp;
+        mAnswered = Clock::now();
+        mChanged.notify_all();
+    }
+
+    // The exit code of registering; nothing after a signal. While the service waits for this
+    // program's delay the limit does not run, and it starts anew with each answer.
+    std::optional<int> awaitRegistered(const Globals& globals) {
+        const auto within = std::chrono::duration_cast<Clock::duration>(
+                std::chrono::duration<double>(globals.timeoutSeconds));
+        const auto isDone = [this] { return mRegistered || mInterrupted; };
+        std::unique_lock lock(mMutex);
+        mAnswered = Clock::now();
+        while (!isDone()) {
+            if (mHeldUp > 0 || globals.timeoutSeconds <= 0) {
+                mChanged.wait(lock);
+            } else if (Clock::now() >= mAnswered + within) {
+                leaveTimedOut(globals);
+            } else {
+                (void)mChanged.wait_until(lock, mAnswered + within);
+            }
+        }
+        return mInterrupted ? std::nullopt : mRegistered;
+    }
+
+    ExitCode awaitEnd() {
+        std::unique_lock lock(mMutex);
+        mChanged.wait(lock, [this] { return mEnd.has_value(); });
+        return *mEnd;
     }
 
 private:
-    const int mFd;
-    mutable std::mutex mMutex;
+    using Clock = std::chrono::steady_clock;
+
+    std::mutex mMutex;
     std::condition_variable mChanged;
-    bool mSet = false;
-    ExitCode mCode = kExitOk;
+    std::optional<ExitCode> mEnd;
+    std::optional<int> mRegistered;
+    bool mInterrupted = false;
+    int mHeldUp = 0;              // events that wait for the delay
+    Clock::time_point mAnswered;  // the last of them, or the start
 };
 
 // The registered client. Called on binder threads, one line of output an event.
 class Listener : public BnHalvendClient {
 public:
-    Listener(const ListenOptions& options, const std::shared_ptr<Ending>& ending)
-            : mOptions(options), mEnding(ending) {}
+    Listener(const ListenOptions& options, const std::shared_ptr<Progress>& progress)
+            : mOptions(options), mProgress(progress) {}
 
     Status onClientEvent(int32_t event, const CallbackData& input,
                          CallbackData* outAnswer) override {
         print(event, "two-way", input);
-        if (mOptions.delayMs > 0) mEnding->waitAtMost(std::chrono::milliseconds(mOptions.delayMs));
+        if (mOptions.delayMs > 0) mProgress->holdUp(std::chrono::milliseconds(mOptions.delayMs));
         *outAnswer = mOptions.answer;
         return Status::ok();
     }
@@ -115,69 +147,81 @@ private:
         if (mOptions.count != 0 && mPrinted == mOptions.count) return;
         (void)puts(toLine(line).c_str());
         (void)fflush(stdout);
-        if (++mPrinted == mOptions.count) mEnding->set(kExitOk);
+        if (++mPrinted == mOptions.count) mProgress->end(kExitOk);
     }
 
     const ListenOptions mOptions;
-    const std::shared_ptr<Ending> mEnding;
+    const std::shared_ptr<Progress> mProgress;
     std::mutex mMutex;
     uint64_t mPrinted = 0;
 };
 
 class ServiceDeath : public IBinder::DeathRecipient {
 public:
-    explicit ServiceDeath(const std::shared_ptr<Ending>& ending) : mEnding(ending) {}
-    void binderDied(const wp<IBinder>&) override { mEnding->set(kExitPeerDied); }
+    explicit ServiceDeath(const std::shared_ptr<Progress>& progress) : mProgress(progress) {}
+    void binderDied(const wp<IBinder>&) override { mProgress->end(kExitPeerDied); }
 
 private:
-    const std::shared_ptr<Ending> mEnding;
+    const std::shared_ptr<Progress> mProgress;
 };
 
-// Blocks the signals that end the listening for this thread and all that it starts, and returns a
-// descriptor that becomes readable with the first of them.
-int takeSignals() {
+// Leaves without static destructors: a binder thread may still be inside a late event.
+[[noreturn]] void leave(int code) {
+    (void)fflush(stdout);
+    std::quick_exit(code);
+}
+
+// Blocks the signals that end the listening for this thread and all that it starts; a thread of
+// their own takes them. The first lets the program unregister, another one ends it at once.
+void takeSignals(const std::shared_ptr<Progress>& progress) {
     sigset_t ending;
     sigemptyset(&ending);
     sigaddset(&ending, SIGTERM);
     sigaddset(&ending, SIGINT);
     pthread_sigmask(SIG_BLOCK, &ending, nullptr);
-    return signalfd(-1, &ending, SFD_CLOEXEC);
+    std::thread([ending, progress] {
+        int number = 0;
+        for (;;) {
+            if (sigwait(&ending, &number) == 0 && !progress->interrupt()) leave(kExitOk);
+        }
+    }).detach();
 }
 
-void waitForEnd(int signalFd, const Ending& ending) {
-    std::array<pollfd, 2> polled{pollfd{signalFd, POLLIN, 0}, pollfd{ending.fd(), POLLIN, 0}};
-    while (poll(polled.data(), polled.size(), -1) < 0 && errno == EINTR) {
+// Finds the service and registers `listener`; comes back when all its events are answered.
+int registerListener(int id, const sp<Listener>& listener, const sp<ServiceDeath>& death,
+                     sp<ISonorelService>* outService) {
+    if (const int code = connect(outService); code != kExitOk) return code;
+    if (android::IInterface::asBinder(*outService)->linkToDeath(death) != android::OK) {
+        return fail(kExitPeerDied, "the service died");
     }
+    return checkStatus((*outService)->registerClient(listener, static_cast<int8_t>(id)),
+                       "registerClient");
 }
 
 int listenAs(const Globals& globals, const ListenOptions& options) {
-    const int signalFd = takeSignals();
+    const auto progress = std::make_shared<Progress>();
+    takeSignals(progress);
     android::ProcessState::self()->startThreadPool();
-    const auto ending = std::make_shared<Ending>();
-    const sp<Listener> listener = new Listener(options, ending);
-    const sp<ServiceDeath> death = new ServiceDeath(ending);
-    const auto id = static_cast<int8_t>(options.id);
+    const sp<Listener> listener = new Listener(options, progress);
+    const sp<ServiceDeath> death = new ServiceDeath(progress);
     sp<ISonorelService> service;
 
-    const int registered = runWithin(globals, [&]() -> int {
-        if (const int code = connect(&service); code != kExitOk) return code;
-        if (android::IInterface::asBinder(service)->linkToDeath(death) != android::OK) {
-            return fail(kExitPeerDied, "the service died");
-        }
-        return checkStatus(service->registerClient(listener, id), "registerClient");
-    });
-    if (registered != kExitOk) {
-        ending->set(kExitOk);
-        return registered;
+    std::thread registering(
+            [&] { progress->registered(registerListener(options.id, listener, death, &service)); });
+    const std::optional<int> registered = progress->awaitRegistered(globals);
+    // The service learns from the end of this process that the client is gone.
+    if (!registered) leave(kExitOk);
+    registering.join();
+    if (*registered != kExitOk) {
+        progress->end(kExitOk);
+        return *registered;
     }
     (void)fprintf(stderr, "listening as client %d\n", options.id);
 
-    waitForEnd(signalFd, *ending);
-    ending->set(kExitOk);  // after a signal: nothing waits for a delay any more
-    close(signalFd);
-    if (ending->code() == kExitPeerDied) return fail(kExitPeerDied, "the service died");
+    if (progress->awaitEnd() == kExitPeerDied) return fail(kExitPeerDied, "the service died");
     return runWithin(globals, [&] {
-        return checkStatus(service->unregisterClient(id), "unregisterClient");
+        return checkStatus(service->unregisterClient(static_cast<int8_t>(options.id)),
+                           "unregisterClient");
     });
 }
 
@@ -217,14 +261,9 @@ void addListenVerb(CLI::App& app, const Globals& globals, Action* outAction) {
             "at\nSIGINT, SIGTERM or the count. An id that is taken stays with its first client: "
             "the "
             "service does\nnot say so, and no events come. --timeout bounds registering and "
-            "unregistering.");
+            "unregistering;\nits clock stands still while an event waits for the delay.");
     verb->callback([&globals, outAction, options] {
-        *outAction = [&globals, options]() -> int {
-            const int code = runListen(globals, *options);
-            // Without static destructors: a binder thread may still be inside a late event.
-            (void)fflush(stdout);
-            std::quick_exit(code);
-        };
+        *outAction = [&globals, options]() -> int { leave(runListen(globals, *options)); };
     });
 }
 

@@ -29,27 +29,30 @@ struct FinalizeStatement {
 using Database = std::unique_ptr<sqlite3, CloseDatabase>;
 using Statement = std::unique_ptr<sqlite3_stmt, FinalizeStatement>;
 
-bool hasTable(sqlite3* database, const char* table) {
+// SQLITE_ROW when the table is there, SQLITE_DONE when it is not, else what went wrong.
+int findTable(sqlite3* database, const char* table) {
     sqlite3_stmt* raw = nullptr;
-    (void)sqlite3_prepare_v2(database, "SELECT 1 FROM sqlite_schema WHERE name = ?1", -1, &raw,
-                             nullptr);
+    const int result = sqlite3_prepare_v2(database, "SELECT 1 FROM sqlite_schema WHERE name = ?1",
+                                          -1, &raw, nullptr);
     const Statement statement(raw);
-    if (statement == nullptr) return false;
+    if (result != SQLITE_OK) return result;
     (void)sqlite3_bind_text(statement.get(), 1, table, -1, SQLITE_STATIC);
-    return sqlite3_step(statement.get()) == SQLITE_ROW;
+    return sqlite3_step(statement.get());
 }
 
 // Calls `onRow` for each row; a table that is not there has none. False, and a line, for a failure.
 template <typename OnRow>
 bool forEachRow(sqlite3* database, const std::string& path, const char* table, const char* query,
                 OnRow onRow) {
-    if (!hasTable(database, table)) return true;
-    sqlite3_stmt* raw = nullptr;
-    int result = sqlite3_prepare_v2(database, query, -1, &raw, nullptr);
-    const Statement statement(raw);
-    while (result == SQLITE_OK || result == SQLITE_ROW) {
-        result = sqlite3_step(statement.get());
-        if (result == SQLITE_ROW) onRow(statement.get());
+    int result = findTable(database, table);
+    if (result == SQLITE_ROW) {
+        sqlite3_stmt* raw = nullptr;
+        result = sqlite3_prepare_v2(database, query, -1, &raw, nullptr);
+        const Statement statement(raw);
+        while (result == SQLITE_OK || result == SQLITE_ROW) {
+            result = sqlite3_step(statement.get());
+            if (result == SQLITE_ROW) onRow(statement.get());
+        }
     }
     if (result == SQLITE_DONE) return true;
     (void)fail(kExitUsage, path + ": " + sqlite3_errmsg(database));

@@ -1,10 +1,11 @@
 #include <android/log.h>
 #include <CLI/CLI.hpp>
 
-#include <algorithm>
-#include <cstdio>
-#include <string_view>
+#include <iostream>
+#include <sstream>
+#include <utility>
 
+#include "CommandLine.h"
 #include "Verb.h"
 
 namespace sonorel::ctl {
@@ -19,10 +20,8 @@ int run(int argc, char** argv) {
     // What goes wrong is told in one line of our own.
     __android_log_set_minimum_priority(ANDROID_LOG_FATAL);
     Globals globals;
-    const std::string_view mark = "--";
-    char** const end = argv + argc;
-    char** const found = std::find(argv, end, mark);
-    if (found != end) globals.wordsBehindMark = static_cast<size_t>(end - found) - 1;
+    CommandLine line = readCommandLine(argc, argv);
+    globals.wordsBehindMark = line.behindMark;
     Action action;
     CLI::App app("Talks to the spatial-audio service.");
     app.name("sonorelctl");
@@ -43,10 +42,14 @@ int run(int argc, char** argv) {
             "set it.");
     for (const AddVerb addVerb : kVerbs)
         addVerb(app, globals, &action);
+    takeTextsAsTyped(app);
     try {
-        app.parse(argc, argv);
+        app.parse(std::move(line.words));
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? kExitOk : kExitUsage;
+        std::ostringstream errors;
+        const int code = app.exit(error, std::cout, errors);
+        std::cerr << withoutMarks(errors.str());
+        return code == 0 ? kExitOk : kExitUsage;
     }
     return action();
 }

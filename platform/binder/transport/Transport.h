@@ -45,6 +45,7 @@ public:
 
     [[nodiscard]] const ProcessId& self() const { return mSelf; }
     [[nodiscard]] Accounts& accounts() { return mAccounts; }
+    [[nodiscard]] const std::string& folder() const { return mDir.path(); }
 
     void startThreadPool() { mPool.start(); }
     [[noreturn]] void joinThreadPool() { mPool.join(); }

@@ -4,6 +4,7 @@
 #include <binder/IBinder.h>
 #include <stddef.h>
 #include <stdint.h>
+#include <sys/types.h>
 #include <utils/Errors.h>
 #include <utils/RefBase.h>
 
@@ -56,6 +57,14 @@ public:
      * PERMISSION_DENIED for a user of whom it would not be believed.
      */
     [[nodiscard]] status_t becomeContextManager(const sp<BBinder>& object);
+
+    /** Where the processes meet, as named above. */
+    [[nodiscard]] const std::string& runtimeFolder() const;
+    /**
+     * The process that owns `remote`; 0 for a local object, and for one whose owner had ended as it
+     * came. Asks nobody: a process that is stopped is named too.
+     */
+    [[nodiscard]] pid_t ownerPid(const sp<IBinder>& remote) const;
 
     /** One-way calls to the living process that owns `remote`; zeros for a local object. */
     [[nodiscard]] OneWayCounters oneWayCounters(const sp<IBinder>& remote) const;
