@@ -95,5 +95,33 @@ TEST_F(DeferredWrite, UserSwitchWaitsForWhatWasPostedBefore) {
                            "META_INFO WHERE device = 0 AND user_id > 0 ORDER BY user_id)"));
 }
 
+// SIGTERM gives posted writes a second. What the lock of another program holds up for longer is
+// named in the log.
+TEST_F(DeferredWrite, TheEndOfTheProcessWaitsForWhatWasPosted) {
+    for (const bool isFreedInTime : {true, false}) {
+        ASSERT_NO_FATAL_FAILURE(start(speakerProduct()));
+        ASSERT_TRUE(mService->notitySpHeadsetConnectionState(true).isOk());
+        RawDatabase other(mRoot.databasePath());
+        other.run("UPDATE META_INFO SET mode = 0 WHERE device = 0; BEGIN IMMEDIATE");
+        post();
+        mService.clear();
+        mDaemon->process().kill(SIGTERM);
+        if (isFreedInTime) {
+            ASSERT_TRUE(mDaemon->process().waitForError("leaving on signal 15"));
+            other.run("ROLLBACK");
+        }
+        const auto end = mDaemon->process().wait();
+        ASSERT_TRUE(end.has_value());
+        EXPECT_TRUE(end->exited && end->code == 0) << "signal " << end->signal;
+        EXPECT_EQ(isFreedInTime ? "12" : "0",
+                  other.query("SELECT mode FROM META_INFO WHERE device = 0"));
+        EXPECT_EQ(!isFreedInTime,
+                  mDaemon->process().errors().find("mode of device 0") != std::string::npos)
+                << mDaemon->process().errors();
+        if (!isFreedInTime) other.run("ROLLBACK");
+        mDaemon.reset();
+    }
+}
+
 }  // namespace
 }  // namespace sonorel::test

@@ -111,8 +111,7 @@ TEST_F(Game, ValuesComeBackWithTheirPackageAndFollowTheUser) {
 // The database is locked by another program: a reload finds what waits for it, and takes back no
 // switch that was set meanwhile.
 TEST_F(Game, ReloadsKeepWhatIsNotStoredYet) {
-    if (!gSupportFastGameEffect || !gFastGameEffectShowUi)
-        GTEST_SKIP() << "the feature is not whole";
+    if (!isWhole()) GTEST_SKIP() << "the feature is not whole";
     start();
     sync("a 1\nb 1\n");
     (void)load();
