@@ -15,6 +15,7 @@ namespace sonorel::host {
 class ServiceHooks {
 public:
     ServiceHooks() = default;
+    ~ServiceHooks() = default;
     ServiceHooks(const ServiceHooks&) = delete;
     ServiceHooks& operator=(const ServiceHooks&) = delete;
 

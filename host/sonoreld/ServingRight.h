@@ -13,6 +13,7 @@ namespace sonorel::host {
 class ServingRight {
 public:
     explicit ServingRight(const std::string& folder);
+    ~ServingRight() = default;
     ServingRight(const ServingRight&) = delete;
     ServingRight& operator=(const ServingRight&) = delete;
 
