@@ -51,6 +51,7 @@ public:
     static constexpr size_t kMaxRows = 256;
 
     DeferredWrites() = default;
+    ~DeferredWrites() = default;
     DeferredWrites(const DeferredWrites&) = delete;
     DeferredWrites& operator=(const DeferredWrites&) = delete;
 

@@ -9,7 +9,6 @@
 
 namespace sonorel::test {
 
-using android::sp;
 using qelto::halvend::IHalvendClient;
 
 namespace {

@@ -94,6 +94,8 @@ class ServiceTest : public ::testing::Test {
 protected:
     ServiceTest();
     ~ServiceTest() override;
+    ServiceTest(const ServiceTest&) = delete;
+    ServiceTest& operator=(const ServiceTest&) = delete;
 
     // Properties last as long as the process: each test sets the ones that it depends on.
     void product(bool speaker, int mss = 0, const char* effectType = "none");
