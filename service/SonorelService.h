@@ -292,6 +292,12 @@ private:
     bool acceptPolicyVersion(const std::string& version) EXCLUDES(mPolicyLock);
     // 5, 6, 7 Settings
     void switchSettingsUser(int32_t userId) REQUIRES(mUserLock);
+    // Makes the live device the store's current one, on a product whose speaker takes part.
+    void followLiveDevice();
+    void pushStoredSettings();
+    // Seeds the store's current user and that device with the product's home positions, once. The
+    // store must be there.
+    void seedHomePos(int8_t device);
     bool canDeferStoreWrites() const;
     void readStoredPos(int32_t scene, int8_t device, std::vector<float>* pos);
     void getCurrentPos(const char* method, int32_t scene, int8_t device, bool live,
@@ -376,6 +382,10 @@ private:
     std::map<std::string, int> mListPkgNameSwitchMap GUARDED_BY(mGameLock);
     String8 mPkgNameSwitchMapString GUARDED_BY(mGameLock);
     std::vector<std::string> mPkgNameHaveSwitchVec GUARDED_BY(mGameLock);
+
+    // Counts the changes of the user or device whose settings the store reads for -2, each after
+    // the store knows it.
+    std::atomic<uint32_t> mSettingsSwitches{0};
 
     // The leaves.
     mutable Mutex mClientTableLock ACQUIRED_AFTER(mClientLock);
