@@ -39,18 +39,25 @@ binder::Status SonorelService::setCurrentUserID(int32_t userId) {
 
 void SonorelService::switchSettingsUser(int32_t userId) {
     mCurrentUserId = userId;
-    const meta_devices_t device = mMetaInfoSqliteUtil->getCurrentDevice();
-    if (mSupportSpeaker && (device == kDeviceSpeaker || device == kDeviceHeadset)) {
-        mMetaInfoSqliteUtil->setCurrentDevice(device == kDeviceSpeaker ? kDeviceHeadset
-                                                                       : kDeviceSpeaker);
-    }
     mMetaInfoSqliteUtil->setCurrentUserID(userId);
-    initCustomDefaultSceneHomePos();
+    ++mSettingsSwitches;
     if (mSupportSpeaker) {
-        mMetaInfoSqliteUtil->setCurrentDevice(device);
-        initCustomDefaultSceneHomePos();
+        // The device that is not live first, as a platform's store may have to switch to it.
+        seedHomePos(mCurrentDevice == kDeviceSpeaker ? kDeviceHeadset : kDeviceSpeaker);
+        followLiveDevice();
     }
+    initCustomDefaultSceneHomePos();
     initQeltoMetaAudio(false);
+}
+
+// A headset may come or go meanwhile: its notification sets the member before the store, so the
+// later of the two leaves the store on the live device.
+void SonorelService::followLiveDevice() {
+    int32_t live = 0;
+    do {
+        live = mCurrentDevice;
+        mMetaInfoSqliteUtil->setCurrentDevice(static_cast<meta_devices_t>(live));
+    } while (live != mCurrentDevice);
 }
 
 void SonorelService::initQeltoMetaAudio(bool reload) {
@@ -60,6 +67,17 @@ void SonorelService::initQeltoMetaAudio(bool reload) {
     if (reload && mInited) {
         (void)spNotifyLoadXmlAndSqlite();  // the push goes on whatever the renderer says to it
     }
+    // A push during which the user or the device changed may have sent some of the earlier one's
+    // settings after the change's own push: the whole again.
+    uint32_t switches = 0;
+    do {
+        switches = mSettingsSwitches;
+        pushStoredSettings();
+    } while (switches != mSettingsSwitches);
+    SONOREL_LOGD("%s ---", __func__);
+}
+
+void SonorelService::pushStoredSettings() {
     const bool on = readStoredOn(kDeviceCurrent);
     mMetaAudioOn = on;
     (void)setMetaAudioOnInt(on);  // a push has no caller to give the renderer's status to
@@ -68,7 +86,6 @@ void SonorelService::initQeltoMetaAudio(bool reload) {
     (void)setMetaAudioModeInt(mode);
     initCustomSceneHomePos();
     setSpMode2Meta(mMode);
-    SONOREL_LOGD("%s ---", __func__);
 }
 
 int SonorelService::getDbDeviceType(bool headset) const {

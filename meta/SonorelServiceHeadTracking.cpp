@@ -66,6 +66,7 @@ binder::Status SonorelService::notitySpHeadsetConnectionState(bool isConnected) 
         if (mMetaInfoSqliteUtil != nullptr) {
             mIsHeadSetConnected = isConnected;
             mMetaInfoSqliteUtil->setCurrentDevice(device);
+            ++mSettingsSwitches;
             initCustomDefaultSceneHomePos();
             initQeltoMetaAudio(false);
         }

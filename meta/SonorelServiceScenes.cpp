@@ -1,5 +1,6 @@
 #include <algorithm>
 
+#include <qelto/HomePosSeed.h>
 #include <qelto/MetaInfoSqliteUtil.h>
 
 #include "meta/SettingsDevices.h"
@@ -131,21 +132,25 @@ void SonorelService::getDefaultPos(const char* method, int32_t scene, bool speak
 }
 
 void SonorelService::initCustomDefaultSceneHomePos() {
-    if (mMetaInfoSqliteUtil == nullptr || !mMetaInfoSqliteUtil->needInitDefaultHomePos()) return;
+    if (mMetaInfoSqliteUtil == nullptr) return;
+    seedHomePos(mMetaInfoSqliteUtil->getCurrentDevice());
+}
+
+void SonorelService::seedHomePos(int8_t device) {
     const auto tables = policyTables();
+    HomePositions positions;
     for (int32_t scene = kFirstScene; scene <= kLastScene; ++scene) {
         const MetaSceInfForParseXml* const record = findScene(*tables, scene);
         if (record == nullptr) continue;
-        const bool speaker = mMetaInfoSqliteUtil->getCurrentDevice() == kDeviceSpeaker;
-        float xyz[kPosSize];
-        std::copy_n(homePos(*record, speaker), kPosSize, xyz);
-        mMetaInfoSqliteUtil->updateMetaInfoByScene(scene, xyz, kDeviceCurrent);
+        std::copy_n(homePos(*record, device == kDeviceSpeaker), kPosSize, positions[scene].begin());
     }
-    mMetaInfoSqliteUtil->customDefaultHomePosInited();
+    seedHomePositions(mMetaInfoSqliteUtil, static_cast<meta_devices_t>(device), positions);
 }
 
 void SonorelService::initCustomSceneHomePos() {
     if (mMetaInfoSqliteUtil == nullptr) return;
+    // The store may have a fresh file, or may have had no room when it was to be seeded.
+    initCustomDefaultSceneHomePos();
     for (int32_t scene = kFirstScene; scene <= kLastScene; ++scene) {
         std::vector<float> pos(kPosSize);
         readStoredPos(scene, kDeviceCurrent, &pos);

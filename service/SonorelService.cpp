@@ -61,9 +61,7 @@ SonorelService::SonorelService() {
     init();
     if (mSupportSpeaker && mMetaInfoSqliteUtil != nullptr) {
         // The other device class gets its default home positions as well.
-        mMetaInfoSqliteUtil->setCurrentDevice(1);
-        initCustomDefaultSceneHomePos();
-        mMetaInfoSqliteUtil->setCurrentDevice(0);
+        seedHomePos(1);
     }
     mLooper = new ALooper();
     mSpHandler = new SpHandler(mMetaInfoSqliteUtil);

@@ -318,6 +318,12 @@ private:
     bool acceptPolicyVersion(const std::string& version) EXCLUDES(mPolicyLock);
     // 5, 6, 7 Settings
     void switchSettingsUser(int32_t userId) REQUIRES(mUserLock);
+    // Makes the live device the store's current one, on a product whose speaker takes part.
+    void followLiveDevice();
+    void pushStoredSettings();
+    // Seeds the store's current user and that device with the product's home positions, once. The
+    // store must be there.
+    void seedHomePos(int8_t device);
     bool canDeferStoreWrites() const;
     // The device class whose row of the settings store an argument means.
     int32_t rowDevice(int8_t device) const;
@@ -424,6 +430,10 @@ private:
     std::map<std::string, int> mListPkgNameSwitchMap GUARDED_BY(mGameLock);
     String8 mPkgNameSwitchMapString GUARDED_BY(mGameLock);
     std::vector<std::string> mPkgNameHaveSwitchVec GUARDED_BY(mGameLock);
+
+    // Counts the changes of the user or device whose settings the store reads for -2, each after
+    // the store knows it.
+    std::atomic<uint32_t> mSettingsSwitches{0};
 
     // One caller at a time starts the worker; held while an ending worker is waited for.
     Mutex mThreadStartLock;

@@ -5,9 +5,11 @@
 #include <cutils/properties.h>
 #include <log/log.h>
 #include <properties/PropertyFile.h>
+#include <qelto/StoreWrites.h>
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -48,7 +50,11 @@ struct Serving {
 [[noreturn]] void endServing(int signal, Serving& serving) {
     ALOGI("leaving on signal %d", signal);
     if (ServingRight* const right = serving.right; right != nullptr) right->announceLeaving();
+    const nsecs_t deadline = systemTime(SYSTEM_TIME_MONOTONIC) + kStoreWritesLimit;
     serving.hooks.finishStoreWrites(kStoreWritesLimit);
+    // And what met a locked file, once at least. It logs what it cannot store.
+    const nsecs_t left = deadline - systemTime(SYSTEM_TIME_MONOTONIC);
+    (void)android::finishStoreWrites(std::chrono::milliseconds(std::max<nsecs_t>(ns2ms(left), 0)));
     leave(EXIT_SUCCESS);
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <sys/types.h>
+#include <time.h>
 
 #include <android-base/unique_fd.h>
 
@@ -21,6 +22,21 @@ struct FileIdentity {
     bool operator!=(const FileIdentity& other) const { return !(*this == other); }
 };
 
+// What shows that somebody has written to a file: for a reader that takes no locks.
+struct FileStamp {
+    FileIdentity identity;
+    off_t size = 0;
+    struct timespec modified = {};
+    // A write-ahead log or a rollback journal with something in it lies beside the file.
+    bool hasLog = false;
+
+    bool operator==(const FileStamp& other) const {
+        return identity == other.identity && size == other.size &&
+               modified.tv_sec == other.modified.tv_sec &&
+               modified.tv_nsec == other.modified.tv_nsec && hasLog == other.hasLog;
+    }
+};
+
 // What the stores of one process share about one database file. A store that works on the file
 // holds lock() shared; one that opens, checks or replaces the file holds it exclusively, so that no
 // store ever writes into a file that is just being moved away. Nothing here opens the file itself:
@@ -37,6 +53,8 @@ public:
 
     // False when the path names nothing. Costs one system call.
     [[nodiscard]] bool identity(FileIdentity* outIdentity) const;
+    // The same with what changes when the file is written. False also for what is no regular file.
+    [[nodiscard]] bool stamp(FileStamp* outStamp) const;
 
     // The calls below need lock() held exclusively.
 
@@ -50,6 +68,12 @@ public:
     // Renames the file and its companions to PATH.damaged-YYYYMMDD-HHMMSS (UTC), with -2, -3, ...
     // behind it when that is taken. Nothing is deleted. outName is the new name without folder.
     [[nodiscard]] bool moveAside(std::string* outName, std::string* outError) const;
+
+    // Copies the database, its log included, to PATH.SUFFIX, in place of what is there. The copy is
+    // whole or absent, whenever the process ends: it is written as PATH.SUFFIX.part, synced and
+    // renamed. The caller holds the database's write lock, so that only one makes a copy at a time.
+    // Returns SQLITE_OK or an error code.
+    [[nodiscard]] int copyAside(const std::string& suffix, std::string* outError) const;
 
     // Whether this process has checked the content of that file; each file is checked once, unless
     // a store then meets damage in it.

@@ -15,18 +15,28 @@ enum StatementIndex : size_t { kGetAll, kSetValue, kAdd, kSetListed };
 // A package that leaves the list keeps its row and value, so that the value returns with it.
 StoreSchema fgeSchema() {
     StoreSchema schema;
-    schema.tables =
-            "CREATE TABLE IF NOT EXISTS FGE_INFO("
-            "user_id INTEGER NOT NULL, package TEXT NOT NULL, value INTEGER NOT NULL,"
-            " listed INTEGER NOT NULL, PRIMARY KEY(user_id, package)) STRICT, WITHOUT ROWID;";
+    schema.tables = fgeTables();
     schema.statements = {
-            "SELECT package, value, listed FROM FGE_INFO WHERE user_id = ?1",
-            "INSERT INTO FGE_INFO(user_id, package, value, listed) VALUES(?1, ?2, ?3, 1)"
-            " ON CONFLICT DO UPDATE SET value = excluded.value",
-            "INSERT INTO FGE_INFO(user_id, package, value, listed) VALUES(?1, ?2, ?3, ?4)",
-            "UPDATE FGE_INFO SET listed = ?3 WHERE user_id = ?1 AND package = ?2",
+            {StoreStatement::kReads,
+             "SELECT package, value, listed FROM FGE_INFO WHERE user_id = ?1"},
+            {StoreStatement::kWrites,
+             "INSERT INTO FGE_INFO(user_id, package, value, listed) VALUES(?1, ?2, ?3, 1)"
+             " ON CONFLICT DO UPDATE SET value = excluded.value"},
+            {StoreStatement::kWrites,
+             "INSERT INTO FGE_INFO(user_id, package, value, listed) VALUES(?1, ?2, ?3, ?4)"},
+            {StoreStatement::kWrites,
+             "UPDATE FGE_INFO SET listed = ?3 WHERE user_id = ?1 AND package = ?2"},
     };
     return schema;
+}
+
+// Of one package's value, or with kSetListed and no package of the user's list.
+RowKey keyOf(StatementIndex statement, int32_t user, const std::string& package = "") {
+    RowKey key;
+    key.statement = statement;
+    key.user = user;
+    key.package = package;
+    return key;
 }
 
 struct StoredSwitch {
@@ -45,6 +55,22 @@ int readSwitches(const SettingsDatabase& database, int32_t user, StoredSwitches*
                                                        query.integer(2) != 0};
     }
     return result == SQLITE_DONE ? SQLITE_OK : result;
+}
+
+// What the writes that are still kept will change, in their order.
+void addKept(const KeptWrites& kept, int32_t user, StoredSwitches* switches) {
+    for (const KeptWrite& write : kept.all()) {
+        if (write.key.user != user) continue;
+        if (const auto* const value = std::get_if<int64_t>(&write.value)) {
+            const auto added = switches->insert({write.key.package, {0, true}}).first;
+            added->second.value = static_cast<int>(*value);
+        } else if (const auto* const listed = std::get_if<std::set<std::string>>(&write.value)) {
+            for (auto& [pkg, entry] : *switches)
+                entry.listed = listed->count(pkg) != 0;
+            for (const std::string& pkg : *listed)
+                switches->insert({pkg, {0, true}});
+        }
+    }
 }
 
 // Writes the rows that differ from what the list asks for.
@@ -66,10 +92,19 @@ int writeDifferences(const SettingsDatabase& database, int32_t user, const Store
     return SQLITE_OK;
 }
 
+int writeList(const SettingsDatabase& database, int32_t user, const std::set<std::string>& listed) {
+    Transaction transaction(database.connection());
+    int result = transaction.begin();
+    StoredSwitches stored;
+    if (result == SQLITE_OK) result = readSwitches(database, user, &stored);
+    if (result == SQLITE_OK) result = writeDifferences(database, user, stored, listed);
+    return result == SQLITE_OK ? transaction.commit() : result;
+}
+
 }  // namespace
 
 FgeDatabase::FgeDatabase(const std::string& path)
-        : mDatabase(std::make_unique<SettingsDatabase>(path, fgeSchema())) {
+        : mDatabase(std::make_unique<SettingsDatabase>(path, fgeSchema(), &mLock)) {
     Mutex::Autolock lock(mLock);
     mDatabase->openEarly();
 }
@@ -81,11 +116,11 @@ void FgeDatabase::getSwitchForPkgName(std::map<std::string, int>& map) {
     StoredSwitches stored;
     {
         Mutex::Autolock lock(mLock);
-        if (!mDatabase->read(__func__, [&](const SettingsDatabase& database) {
-                return readSwitches(database, user, &stored);
-            })) {
-            return;
-        }
+        const bool isRead = mDatabase->read(__func__, [&](const SettingsDatabase& database) {
+            return readSwitches(database, user, &stored);
+        });
+        if (!isRead && mDatabase->kept().empty()) return;
+        addKept(mDatabase->kept(), user, &stored);
     }
     for (const auto& [pkg, entry] : stored)
         map[pkg] = entry.listed ? entry.value : kNotListed;
@@ -94,11 +129,11 @@ void FgeDatabase::getSwitchForPkgName(std::map<std::string, int>& map) {
 void FgeDatabase::setFastGameEffectOn(const std::string& pkgName, int value) {
     const int32_t user = mCurrentUserId;
     Mutex::Autolock lock(mLock);
-    // A failure is logged there; nobody waits for it.
-    (void)mDatabase->write(__func__, [&](const SettingsDatabase& database) {
+    const auto work = [user, pkgName, value](const SettingsDatabase& database) {
         Statement upsert(database.statement(kSetValue));
         return upsert.bind(1, user).bindText(2, pkgName).bind(3, value).run();
-    });
+    };
+    mDatabase->write(__func__, keyOf(kSetValue, user, pkgName), value, work);
 }
 
 void FgeDatabase::updateDataBase(const std::vector<std::string>& pkgs,
@@ -106,14 +141,10 @@ void FgeDatabase::updateDataBase(const std::vector<std::string>& pkgs,
     const int32_t user = mCurrentUserId;
     const std::set<std::string> listed(pkgs.begin(), pkgs.end());
     Mutex::Autolock lock(mLock);
-    (void)mDatabase->write(__func__, [&](const SettingsDatabase& database) {
-        Transaction transaction(database.connection());
-        int result = transaction.begin();
-        StoredSwitches stored;
-        if (result == SQLITE_OK) result = readSwitches(database, user, &stored);
-        if (result == SQLITE_OK) result = writeDifferences(database, user, stored, listed);
-        return result == SQLITE_OK ? transaction.commit() : result;
-    });
+    const auto work = [user, listed](const SettingsDatabase& database) {
+        return writeList(database, user, listed);
+    };
+    mDatabase->write(__func__, keyOf(kSetListed, user), listed, work);
 }
 
 }  // namespace android

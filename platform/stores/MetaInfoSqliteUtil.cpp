@@ -3,9 +3,7 @@
 #include <qelto/MetaInfoSqliteUtil.h>
 
 #include <log/log.h>
-#include <strings.h>
 
-#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstring>
@@ -15,9 +13,7 @@
 namespace android {
 namespace {
 
-constexpr size_t kMaxTableLength = 64;
 constexpr const char* kDefaultTable = "META_INFO";
-constexpr const char* kOtherTables[] = {"MSS_INFO", "FGE_INFO", "META_LAYOUT"};
 
 enum StatementIndex : size_t {
     kGetOn,
@@ -28,37 +24,35 @@ enum StatementIndex : size_t {
     kSetSeeded,
     kGetPosition,
     kSetPosition,
+    kSeedPosition,
 };
 
 using Position = std::array<float, 3>;
 
-bool isTableName(const std::string& name) {
-    const auto isWordChar = [](char c) {
-        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-               c == '_';
-    };
-    if (name.empty() || name.size() > kMaxTableLength) return false;
-    if (name[0] >= '0' && name[0] <= '9') return false;
-    if (!std::all_of(name.begin(), name.end(), isWordChar)) return false;
-    if (strncasecmp(name.c_str(), "sqlite_", 7) == 0) return false;
-    return std::none_of(
-            std::begin(kOtherTables), std::end(kOtherTables),
-            [&name](const char* other) { return strcasecmp(name.c_str(), other) == 0; });
-}
-
 std::string usableTable(const std::string& name) {
-    if (isTableName(name)) return name;
+    if (isMetaTableName(name)) return name;
     ALOGE("refused table name '%.64s', using %s", name.c_str(), kDefaultTable);
     return kDefaultTable;
 }
 
-std::string getColumn(const std::string& table, const std::string& column) {
-    return "SELECT " + column + " FROM " + table + " WHERE user_id = ?1 AND device = ?2";
+StoreStatement getColumn(const std::string& table, const std::string& column) {
+    return {StoreStatement::kReads,
+            "SELECT " + column + " FROM " + table + " WHERE user_id = ?1 AND device = ?2"};
 }
 
-std::string setColumn(const std::string& table, const std::string& column) {
-    return "INSERT INTO " + table + "(user_id, device, " + column +
-           ") VALUES(?1, ?2, ?3) ON CONFLICT DO UPDATE SET " + column + " = excluded." + column;
+StoreStatement setColumn(const std::string& table, const std::string& column) {
+    return {StoreStatement::kWrites, "INSERT INTO " + table + "(user_id, device, " + column +
+                                             ") VALUES(?1, ?2, ?3) ON CONFLICT DO UPDATE SET " +
+                                             column + " = excluded." + column};
+}
+
+// A position is chosen unless seeding wrote it, and seeding leaves chosen ones alone.
+StoreStatement setPosition(const std::string& table, bool chosen) {
+    return {StoreStatement::kWrites,
+            "INSERT INTO " + table + "(user_id, device, scene, xyz, chosen) VALUES(?1, ?2, ?3, ?4" +
+                    (chosen ? ", 1) ON CONFLICT DO UPDATE SET xyz = excluded.xyz, chosen = 1"
+                            : ", 0) ON CONFLICT DO UPDATE SET xyz = excluded.xyz"
+                              " WHERE chosen = 0")};
 }
 
 // Positions are the bytes of three floats: as numbers, SQLite would turn not-a-number into NULL and
@@ -69,22 +63,8 @@ StoreSchema metaSchema(const std::string& name, float layoutVersion) {
     const std::string table = '"' + name + '"';
     const std::string positions = '"' + name + "_POSITION\"";
     StoreSchema schema;
-    schema.tables = "CREATE TABLE IF NOT EXISTS " + table +
-                    "(user_id INTEGER NOT NULL, device INTEGER NOT NULL,"
-                    " is_on INTEGER NOT NULL DEFAULT 0, mode INTEGER NOT NULL DEFAULT 0,"
-                    " seeded INTEGER NOT NULL DEFAULT 0,"
-                    " PRIMARY KEY(user_id, device)) STRICT, WITHOUT ROWID;"
-                    "CREATE TABLE IF NOT EXISTS " +
-                    positions +
-                    "(user_id INTEGER NOT NULL, device INTEGER NOT NULL, scene INTEGER NOT NULL,"
-                    " xyz BLOB NOT NULL CHECK(length(xyz) = 12),"
-                    " PRIMARY KEY(user_id, device, scene)) STRICT, WITHOUT ROWID;"
-                    "CREATE TABLE IF NOT EXISTS META_LAYOUT("
-                    "table_name TEXT PRIMARY KEY, version TEXT NOT NULL) STRICT, WITHOUT ROWID;";
-    schema.markQuery = "SELECT 1 FROM META_LAYOUT WHERE table_name = '" + name +
-                       "' AND version = '" + version + "'";
-    schema.markCommand =
-            "INSERT OR REPLACE INTO META_LAYOUT VALUES('" + name + "', '" + version + "')";
+    schema.tables = metaTables(name);
+    schema.mark = {name, version};
     schema.statements = {
             getColumn(table, "is_on"),
             setColumn(table, "is_on"),
@@ -92,12 +72,24 @@ StoreSchema metaSchema(const std::string& name, float layoutVersion) {
             setColumn(table, "mode"),
             getColumn(table, "seeded"),
             setColumn(table, "seeded"),
-            "SELECT xyz FROM " + positions + " WHERE user_id = ?1 AND device = ?2 AND scene = ?3",
-            "INSERT INTO " + positions +
-                    "(user_id, device, scene, xyz) VALUES(?1, ?2, ?3, ?4)"
-                    " ON CONFLICT DO UPDATE SET xyz = excluded.xyz",
+            {StoreStatement::kReads,
+             "SELECT xyz FROM " + positions + " WHERE user_id = ?1 AND device = ?2 AND scene = ?3"},
+            setPosition(positions, true),
+            setPosition(positions, false),
     };
     return schema;
+}
+
+int runSetColumn(const SettingsDatabase& database, size_t set, int user, int device, int value) {
+    return Statement(database.statement(set)).bind(1, user).bind(2, device).bind(3, value).run();
+}
+
+int runSetPosition(const SettingsDatabase& database, StatementIndex statement, int user, int device,
+                   int scene, const Position& position) {
+    Statement upsert(database.statement(statement));
+    upsert.bind(1, user).bind(2, device).bind(3, scene);
+    upsert.bindBlob(4, {reinterpret_cast<const char*>(position.data()), sizeof(position)});
+    return upsert.run();
 }
 
 }  // namespace
@@ -106,7 +98,7 @@ MetaInfoSqliteUtil::MetaInfoSqliteUtil(const std::string& path, const std::strin
                                        int sceneBound, float layoutVersion, int device)
         : mSceneBound(sceneBound),
           mDatabase(std::make_unique<SettingsDatabase>(
-                  path, metaSchema(usableTable(table), layoutVersion))) {
+                  path, metaSchema(usableTable(table), layoutVersion), &mLock)) {
     if (device == META_DEVICE_SPEAKER || device == META_DEVICE_HEADSET) {
         mDevice = static_cast<meta_devices_t>(device);
     } else {
@@ -140,7 +132,8 @@ void MetaInfoSqliteUtil::setCurrentUserID(int userId) {
 bool MetaInfoSqliteUtil::getMetaAudioOn(meta_devices_t device) {
     Mutex::Autolock lock(mLock);
     Row row;
-    return resolve(__func__, device, &row) && readColumn(__func__, kGetOn, row, 0, 0) != 0;
+    return resolve(__func__, device, &row) &&
+           readColumn(__func__, {kGetOn, kSetOn}, row, 0, 0) != 0;
 }
 
 void MetaInfoSqliteUtil::setMetaAudioOn(bool on, meta_devices_t device) {
@@ -153,7 +146,7 @@ signed char MetaInfoSqliteUtil::getMetaAudioMode(meta_devices_t device) {
     Mutex::Autolock lock(mLock);
     Row row;
     if (!resolve(__func__, device, &row)) return 0;
-    return static_cast<signed char>(readColumn(__func__, kGetMode, row, 0, 0));
+    return static_cast<signed char>(readColumn(__func__, {kGetMode, kSetMode}, row, 0, 0));
 }
 
 void MetaInfoSqliteUtil::updateMetaAudioMode(signed char mode, meta_devices_t device) {
@@ -167,6 +160,11 @@ void MetaInfoSqliteUtil::getMetaInfoByScene(int scene, float* pos3, meta_devices
     Mutex::Autolock lock(mLock);
     Row row;
     if (!resolve(__func__, device, &row)) return;
+    const RowKey key = {kSetPosition, row.user, row.device, scene, ""};
+    if (const RowValue* const kept = mDatabase->kept().find(key)) {
+        memcpy(pos3, std::get<std::string>(*kept).data(), sizeof(Position));
+        return;
+    }
     // A failure is logged there and leaves the position as it is, like a scene without one.
     (void)mDatabase->read(__func__, [&](const SettingsDatabase& database) {
         Statement query(database.statement(kGetPosition));
@@ -188,22 +186,46 @@ void MetaInfoSqliteUtil::updateMetaInfoByScene(int scene, float* pos3, meta_devi
     Mutex::Autolock lock(mLock);
     Row row;
     if (!resolve(__func__, device, &row)) return;
-    (void)mDatabase->write(__func__, [&](const SettingsDatabase& database) {
-        Statement upsert(database.statement(kSetPosition));
-        upsert.bind(1, row.user).bind(2, row.device).bind(3, scene);
-        upsert.bindBlob(4, {reinterpret_cast<const char*>(position.data()), sizeof(position)});
-        return upsert.run();
-    });
+    const auto work = [row, scene, position](const SettingsDatabase& database) {
+        return runSetPosition(database, kSetPosition, row.user, row.device, scene, position);
+    };
+    mDatabase->write(__func__, {kSetPosition, row.user, row.device, scene, ""},
+                     std::string(reinterpret_cast<const char*>(position.data()), sizeof(position)),
+                     work);
 }
 
 bool MetaInfoSqliteUtil::needInitDefaultHomePos() {
     Mutex::Autolock lock(mLock);
-    return readColumn(__func__, kGetSeeded, {mUser, mDevice}, 1, 0) == 0;
+    return readColumn(__func__, {kGetSeeded, kSetSeeded}, {mUser, mDevice}, 1, 0) == 0;
 }
 
 void MetaInfoSqliteUtil::customDefaultHomePosInited() {
     Mutex::Autolock lock(mLock);
     writeColumn(__func__, kSetSeeded, {mUser, mDevice}, 1);
+}
+
+void MetaInfoSqliteUtil::seedHomePositions(meta_devices_t device,
+                                           const std::map<int, Position>& positions) {
+    for (const auto& [scene, position] : positions) {
+        if (!isScene(__func__, scene, position.data())) return;
+    }
+    Mutex::Autolock lock(mLock);
+    Row row;
+    if (!resolve(__func__, device, &row)) return;
+    if (readColumn(__func__, {kGetSeeded, kSetSeeded}, row, 1, 0) != 0) return;
+    // Somebody else may seed at the same moment: both write the same.
+    mDatabase->writeNowOrNever(__func__, [&](const SettingsDatabase& database) {
+        Transaction transaction(database.connection());
+        int result = transaction.begin();
+        for (const auto& [scene, position] : positions) {
+            if (result != SQLITE_OK) return result;
+            result = runSetPosition(database, kSeedPosition, row.user, row.device, scene, position);
+        }
+        if (result == SQLITE_OK) {
+            result = runSetColumn(database, kSetSeeded, row.user, row.device, 1);
+        }
+        return result == SQLITE_OK ? transaction.commit() : result;
+    });
 }
 
 bool MetaInfoSqliteUtil::resolve(const char* operation, meta_devices_t device, Row* outRow) const {
@@ -222,11 +244,15 @@ bool MetaInfoSqliteUtil::isScene(const char* operation, int scene, const float* 
 }
 
 // `unreadable` when the store fails, `missing` when there is no row.
-int MetaInfoSqliteUtil::readColumn(const char* operation, int statement, const Row& row,
+int MetaInfoSqliteUtil::readColumn(const char* operation, Column column, const Row& row,
                                    int unreadable, int missing) {
+    if (const RowValue* const kept =
+                mDatabase->kept().find({column.set, row.user, row.device, 0, ""})) {
+        return static_cast<int>(std::get<int64_t>(*kept));
+    }
     int value = missing;
     const bool isRead = mDatabase->read(operation, [&](const SettingsDatabase& database) {
-        Statement query(database.statement(static_cast<size_t>(statement)));
+        Statement query(database.statement(column.get));
         const int result = query.bind(1, row.user).bind(2, row.device).step();
         value = result == SQLITE_ROW ? static_cast<int>(query.integer(0)) : missing;
         return result == SQLITE_ROW || result == SQLITE_DONE ? SQLITE_OK : result;
@@ -234,13 +260,11 @@ int MetaInfoSqliteUtil::readColumn(const char* operation, int statement, const R
     return isRead ? value : unreadable;
 }
 
-void MetaInfoSqliteUtil::writeColumn(const char* operation, int statement, const Row& row,
-                                     int value) {
-    // A failure is logged there; the service has nobody to tell.
-    (void)mDatabase->write(operation, [&](const SettingsDatabase& database) {
-        Statement upsert(database.statement(static_cast<size_t>(statement)));
-        return upsert.bind(1, row.user).bind(2, row.device).bind(3, value).run();
-    });
+void MetaInfoSqliteUtil::writeColumn(const char* operation, size_t set, const Row& row, int value) {
+    const auto work = [set, row, value](const SettingsDatabase& database) {
+        return runSetColumn(database, set, row.user, row.device, value);
+    };
+    mDatabase->write(operation, {set, row.user, row.device, 0, ""}, value, work);
 }
 
 }  // namespace android

@@ -9,21 +9,27 @@ enum StatementIndex : size_t { kGetMode, kSetMode };
 
 StoreSchema mssSchema() {
     StoreSchema schema;
-    schema.tables =
-            "CREATE TABLE IF NOT EXISTS MSS_INFO("
-            "user_id INTEGER PRIMARY KEY, sound_widen_mode INTEGER NOT NULL) STRICT;";
+    schema.tables = mssTables();
     schema.statements = {
-            "SELECT sound_widen_mode FROM MSS_INFO WHERE user_id = ?1",
-            "INSERT INTO MSS_INFO(user_id, sound_widen_mode) VALUES(?1, ?2)"
-            " ON CONFLICT DO UPDATE SET sound_widen_mode = excluded.sound_widen_mode",
+            {StoreStatement::kReads, "SELECT sound_widen_mode FROM MSS_INFO WHERE user_id = ?1"},
+            {StoreStatement::kWrites,
+             "INSERT INTO MSS_INFO(user_id, sound_widen_mode) VALUES(?1, ?2)"
+             " ON CONFLICT DO UPDATE SET sound_widen_mode = excluded.sound_widen_mode"},
     };
     return schema;
+}
+
+RowKey modeOf(int32_t user) {
+    RowKey key;
+    key.statement = kSetMode;
+    key.user = user;
+    return key;
 }
 
 }  // namespace
 
 MssDatabase::MssDatabase(const std::string& path)
-        : mDatabase(std::make_unique<SettingsDatabase>(path, mssSchema())) {
+        : mDatabase(std::make_unique<SettingsDatabase>(path, mssSchema(), &mLock)) {
     Mutex::Autolock lock(mLock);
     mDatabase->openEarly();
 }
@@ -32,6 +38,9 @@ MssDatabase::~MssDatabase() = default;
 
 int32_t MssDatabase::getSoundWidenMode() {
     Mutex::Autolock lock(mLock);
+    if (const RowValue* const kept = mDatabase->kept().find(modeOf(mUser))) {
+        return static_cast<int32_t>(std::get<int64_t>(*kept));
+    }
     int32_t mode = 0;
     // A failure is logged there, and the mode is then what a new user has.
     (void)mDatabase->read(__func__, [user = mUser, &mode](const SettingsDatabase& database) {
@@ -45,9 +54,10 @@ int32_t MssDatabase::getSoundWidenMode() {
 
 void MssDatabase::setSoundWidenMode(int32_t mode) {
     Mutex::Autolock lock(mLock);
-    (void)mDatabase->write(__func__, [user = mUser, mode](const SettingsDatabase& database) {
+    const auto work = [user = mUser, mode](const SettingsDatabase& database) {
         return Statement(database.statement(kSetMode)).bind(1, user).bind(2, mode).run();
-    });
+    };
+    mDatabase->write(__func__, modeOf(mUser), mode, work);
 }
 
 void MssDatabase::setCurrentUserID(int32_t userId) {

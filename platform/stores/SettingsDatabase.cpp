@@ -7,37 +7,56 @@
 
 #include <algorithm>
 #include <mutex>
-#include <system_error>
 #include <utility>
 
 namespace android {
 namespace {
 
-constexpr int kSchemaVersion = 1;
-constexpr int kPatienceMs = 1000;
-constexpr int kImpatienceMs = 20;
+constexpr std::chrono::milliseconds kPatience{1000};
 constexpr std::chrono::milliseconds kFirstBackoff{1000};
 constexpr std::chrono::milliseconds kLongestBackoff{60000};
 // How often one call may repair what it meets: reopen, then replace.
 constexpr int kMaxRepairs = 2;
 
-int primaryCode(int result) {
-    return result & 0xFF;
+// Whether a file that fails so may be fit to be read: no right to write it, no room beside it, a
+// lock on it.
+bool mayBeReadable(int result) {
+    const int code = primaryCode(result);
+    return code == SQLITE_READONLY || code == SQLITE_CANTOPEN || code == SQLITE_IOERR ||
+           code == SQLITE_FULL || code == SQLITE_PERM || code == SQLITE_BUSY;
 }
 
-bool isDamage(int result) {
-    return primaryCode(result) == SQLITE_CORRUPT || primaryCode(result) == SQLITE_NOTADB;
+// A path as the URI by which SQLite takes options.
+std::string uriOf(const std::string& path, const char* options) {
+    std::string uri = "file:";
+    for (const char c : path) {
+        if (c == '%' || c == '?' || c == '#') {
+            char escaped[4];
+            (void)snprintf(escaped, sizeof(escaped), "%%%02X", static_cast<unsigned>(c));
+            uri += escaped;
+        } else {
+            uri += c;
+        }
+    }
+    return uri + options;
 }
 
 }  // namespace
 
-SettingsDatabase::SettingsDatabase(const std::string& path, StoreSchema schema)
+SettingsDatabase::SettingsDatabase(const std::string& path, StoreSchema schema, Mutex* storeLock)
         : mShownPath(path),
           mSchema(std::move(schema)),
+          mStoreLock(*storeLock),
           mFile(DatabaseFile::forPath(mapDevicePath(path))),
-          mOpenBackoff(kFirstBackoff) {}
+          mOpenBackoff(kFirstBackoff),
+          mRetry(WriteRetry::add(this)) {}
 
 SettingsDatabase::~SettingsDatabase() {
+    mRetry->end();
+    if (!mKept.empty()) (void)storeKeptNow(kBriefly);
+    for (const KeptWrite& write : mKept.all()) {
+        ALOGE("%s: %s: given up: the database is locked", write.operation, mShownPath.c_str());
+    }
     // The last connection of all writes the log back into the database and removes it. No other
     // store of this process may open or replace the file meanwhile.
     const std::unique_lock<std::shared_mutex> exclusive(mFile->lock());
@@ -52,58 +71,125 @@ void SettingsDatabase::openEarly() {
 }
 
 SettingsDatabase::InUse SettingsDatabase::acquire() {
+    const bool isLimited = mConnection != nullptr && mAccess != Access::kWritable;
+    if (isLimited && std::chrono::steady_clock::now() >= mNextOpen) abandon();
     // Twice, in case the file is replaced just after it was opened.
     for (int attempt = 0; attempt < 2; ++attempt) {
         if (mConnection == nullptr && !open()) return {};
         InUse inUse(mFile->lock());
-        FileIdentity now;
-        if (mFile->identity(&now) && now == mIdentity) return inUse;
+        if (isCurrent()) return inUse;
         inUse.unlock();
-        ALOGW("%s: the file was replaced, opening it again", mShownPath.c_str());
+        if (mAccess != Access::kSnapshot) {
+            ALOGW("%s: the file was replaced, opening it again", mShownPath.c_str());
+        }
         abandon();
     }
     return {};
 }
 
+bool SettingsDatabase::isCurrent() const {
+    FileIdentity now;
+    return mFile->identity(&now) && now == mIdentity && isUntorn();
+}
+
+bool SettingsDatabase::isUntorn() const {
+    if (mAccess != Access::kSnapshot) return true;
+    FileStamp now;
+    return mFile->stamp(&now) && now == mStamp;
+}
+
 bool SettingsDatabase::open() {
-    const auto now = std::chrono::steady_clock::now();
-    if (now < mNextOpen) return false;
+    const bool mayWrite = std::chrono::steady_clock::now() >= mNextOpen;
+    // What could be read a moment ago can be read again before writing is tried again.
+    if (!mayWrite && !mIsReadable) return false;
 
     const std::unique_lock<std::shared_mutex> exclusive(mFile->lock());
+    if (!mayWrite) return mIsReadable = openForReading(mOpenResult);
     mOpenError.clear();
-    if (openLocked(&mOpenError)) {
+    mOpenResult = openLocked(&mOpenError);
+    if (mOpenResult == SQLITE_OK) {
         mOpenBackoff = kFirstBackoff;
         mNextOpen = {};
         return true;
     }
     abandon();
-    ALOGE("%s: cannot be opened: %s", mShownPath.c_str(), mOpenError.c_str());
+    mIsReadable = mayBeReadable(mOpenResult) && openForReading(mOpenResult);
+    ALOGE("%s: cannot be opened%s: %s", mShownPath.c_str(), mIsReadable ? " for writing" : "",
+          mOpenError.c_str());
     mNextOpen = std::chrono::steady_clock::now() + mOpenBackoff;
     mOpenBackoff = std::min(2 * mOpenBackoff, kLongestBackoff);
-    return false;
+    return mIsReadable;
 }
 
-bool SettingsDatabase::openLocked(std::string* outError) {
-    if (!mFile->makeFolder(outError)) return false;
+int SettingsDatabase::openLocked(std::string* outError) {
+    if (!mFile->makeFolder(outError)) return SQLITE_CANTOPEN;
     const FolderLock folder(mFile->path());
     if (folder.isBusy()) {
         *outError = "its folder is locked by another process";
-        return false;
+        return SQLITE_BUSY;
     }
     std::string movedTo;
-    if (!mFile->clearPath(&movedTo, outError)) return false;
+    if (!mFile->clearPath(&movedTo, outError)) return SQLITE_CANTOPEN;
     if (!movedTo.empty()) {
         ALOGE("%s: no database file, moved to %s", mShownPath.c_str(), movedTo.c_str());
     }
     FileIdentity now;
     const bool isCondemned = mHasCondemned && mFile->identity(&now) && now == mCondemned;
     mHasCondemned = false;
-    int result = isCondemned ? SQLITE_CORRUPT : connect(outError);
+    int result = isCondemned ? SQLITE_CORRUPT : openForWriting(outError);
     if (isDamage(result)) {
-        if (!replaceDamaged(outError)) return false;
-        result = connect(outError);
+        if (!replaceDamaged(outError)) return SQLITE_CANTOPEN;
+        result = openForWriting(outError);
     }
-    return result == SQLITE_OK;
+    if (isBusy(result)) mImpatient = true;
+    return result;
+}
+
+int SettingsDatabase::openForWriting(std::string* outError) {
+    constexpr int kFlags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
+    int result = connect(mFile->path(), kFlags, outError);
+    if (result == SQLITE_OK && sqlite3_db_readonly(mConnection.get(), "main") == 1) {
+        *outError = errorText(nullptr, SQLITE_READONLY);
+        result = SQLITE_READONLY;
+    }
+    // Nothing is written before the file has passed the check: a newer one stays as it is.
+    int layout = 0;
+    if (result == SQLITE_OK) result = check(&layout, outError);
+    if (result == SQLITE_OK) result = configure(outError);
+    int former = 0;
+    if (result == SQLITE_OK) result = bringUp(mConnection.get(), *mFile, &former, outError);
+    if (result == SQLITE_OK && former != 0) {
+        ALOGI("%s: brought from layout %d to %d", mShownPath.c_str(), former, kFileLayout);
+    }
+    if (result == SQLITE_OK) {
+        result = completeTables(mConnection.get(), mSchema.tables, mSchema.mark, outError);
+    }
+    mAccess = Access::kWritable;
+    if (result == SQLITE_OK) result = prepare(outError);
+    return result;
+}
+
+// `cause` is why it could not be opened for writing.
+bool SettingsDatabase::openForReading(int cause) {
+    FileStamp before;
+    if (!mFile->stamp(&before)) return false;
+    // Without a log beside it the file itself is all there is to read. SQLite would make files
+    // beside it even to read it, unless told that nobody changes it; a change shows in the stamp.
+    const bool isSnapshot = !before.hasLog && !isBusy(cause);
+    std::string error;
+    int layout = 0;
+    int result = connect(uriOf(mFile->path(), isSnapshot ? "?immutable=1" : ""),
+                         SQLITE_OPEN_READONLY | SQLITE_OPEN_URI, &error);
+    if (result == SQLITE_OK) result = check(&layout, &error);
+    if (result == SQLITE_OK) {
+        result = checkShapes(mConnection.get(), layout, mSchema.tables, &error);
+    }
+    mAccess = isSnapshot ? Access::kSnapshot : Access::kReadOnly;
+    if (result == SQLITE_OK) result = prepare(&error);
+    mStamp = before;
+    if (result == SQLITE_OK && isUntorn()) return true;
+    abandon();
+    return false;
 }
 
 bool SettingsDatabase::replaceDamaged(std::string* outError) {
@@ -117,13 +203,13 @@ bool SettingsDatabase::replaceDamaged(std::string* outError) {
     return true;
 }
 
-int SettingsDatabase::connect(std::string* outError) {
-    constexpr int kFlags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
+int SettingsDatabase::connect(const std::string& name, int flags, std::string* outError) {
     sqlite3* connection = nullptr;
-    int result = sqlite3_open_v2(mFile->path().c_str(), &connection, kFlags, nullptr);
+    const int result =
+            sqlite3_open_v2(name.c_str(), &connection, flags | SQLITE_OPEN_NOMUTEX, nullptr);
     mConnection.reset(connection);
     if (result != SQLITE_OK) {
-        *outError = errorText(result);
+        *outError = errorText(connection, result);
         return result;
     }
     (void)sqlite3_extended_result_codes(connection, 1);
@@ -131,31 +217,19 @@ int SettingsDatabase::connect(std::string* outError) {
     // The file is data, never code, and a damaged page is an error where it is met.
     (void)sqlite3_db_config(connection, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
     (void)sqlite3_db_config(connection, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
-    result = execute("PRAGMA cell_size_check = ON", outError);
-    if (result == SQLITE_OK) result = check(outError);
-    if (result == SQLITE_OK) result = configure(outError);
-    if (result == SQLITE_OK) result = createTables(outError);
-    if (result == SQLITE_OK) result = prepare(outError);
-    if (result != SQLITE_OK && primaryCode(result) == SQLITE_BUSY) mImpatient = true;
-    return result;
+    return execute(connection, "PRAGMA cell_size_check = ON", outError);
 }
 
-// Nothing is written before this has passed: a newer file stays as it is.
-int SettingsDatabase::check(std::string* outError) {
-    std::string text;
-    int result = queryText("PRAGMA user_version", &text, outError);
+int SettingsDatabase::check(int* outLayout, std::string* outError) {
+    int result = readLayout(mConnection.get(), outLayout, outError);
     if (result != SQLITE_OK) return result;
-    if (text.size() > 9 || strtol(text.c_str(), nullptr, 10) > kSchemaVersion) {
-        *outError = "its schema " + text + " is newer than " + std::to_string(kSchemaVersion) +
-                    ", it is left as it is";
-        return SQLITE_MISMATCH;
-    }
     if (!mFile->identity(&mIdentity)) {
         *outError = "it is gone";
         return SQLITE_CANTOPEN;
     }
     if (mFile->isChecked(mIdentity)) return SQLITE_OK;
-    result = queryText("PRAGMA quick_check(1)", &text, outError);
+    std::string text;
+    result = queryText(mConnection.get(), "PRAGMA quick_check(1)", &text, outError);
     if (result == SQLITE_OK && text != "ok") {
         std::replace(text.begin(), text.end(), '\n', ' ');
         *outError = "quick_check: " + text;
@@ -167,87 +241,50 @@ int SettingsDatabase::check(std::string* outError) {
 
 int SettingsDatabase::configure(std::string* outError) {
     std::string mode;
-    const int result = queryText("PRAGMA journal_mode = WAL", &mode, outError);
-    if (result != SQLITE_OK && primaryCode(result) != SQLITE_READONLY) return result;
-    if (mode != "wal") {
-        ALOGW("%s: no write-ahead log here (%s)", mShownPath.c_str(),
-              result == SQLITE_OK ? mode.c_str() : outError->c_str());
-    }
-    outError->clear();
+    const int result = queryText(mConnection.get(), "PRAGMA journal_mode = WAL", &mode, outError);
+    if (result != SQLITE_OK) return result;
+    if (mode != "wal") ALOGW("%s: no write-ahead log here (%s)", mShownPath.c_str(), mode.c_str());
     // Every commit is in the kernel's hands when it returns, so it outlives this process; the log
     // reaches the disk in order, at the next checkpoint at the latest. Syncing each commit would
     // make a dragged scene position wait for the flash every time.
-    return execute("PRAGMA synchronous = NORMAL", outError);
-}
-
-int SettingsDatabase::createTables(std::string* outError) {
-    std::string version;
-    int result = queryText("PRAGMA user_version", &version, outError);
-    if (result != SQLITE_OK) return result;
-    if (version == "0") {
-        result = execute("BEGIN IMMEDIATE;" + mSchema.tables + "PRAGMA user_version = " +
-                                 std::to_string(kSchemaVersion) + ";COMMIT;",
-                         outError);
-    } else {
-        // Without a transaction of its own this takes no write lock where the tables exist, so that
-        // a file that cannot be written can still be read.
-        result = execute(mSchema.tables, outError);
-    }
-    if (result != SQLITE_OK || mSchema.markQuery.empty()) return result;
-
-    std::string mark;
-    result = queryText(mSchema.markQuery, &mark, outError);
-    if (result == SQLITE_OK && mark.empty()) result = execute(mSchema.markCommand, outError);
-    if (primaryCode(result) != SQLITE_READONLY) return result;
-    outError->clear();
-    return SQLITE_OK;
+    return execute(mConnection.get(), "PRAGMA synchronous = NORMAL", outError);
 }
 
 int SettingsDatabase::prepare(std::string* outError) {
-    for (const std::string& sql : mSchema.statements) {
+    for (const StoreStatement& statement : mSchema.statements) {
         sqlite3_stmt* prepared = nullptr;
+        // What writes may name columns that a file of a former layout lacks; what reads does not.
+        const bool isUsed = mAccess == Access::kWritable || statement.use == StoreStatement::kReads;
+        const std::string& sql = statement.sql;
         const int result =
-                sqlite3_prepare_v3(mConnection.get(), sql.c_str(), static_cast<int>(sql.size()),
-                                   SQLITE_PREPARE_PERSISTENT, &prepared, nullptr);
+                isUsed ? sqlite3_prepare_v3(mConnection.get(), sql.c_str(),
+                                            static_cast<int>(sql.size()), SQLITE_PREPARE_PERSISTENT,
+                                            &prepared, nullptr)
+                       : SQLITE_OK;
         mStatements.emplace_back(prepared);
         if (result != SQLITE_OK) {
-            *outError = errorText(result);
+            *outError = errorText(mConnection.get(), result);
             return result;
         }
     }
     return SQLITE_OK;
 }
 
-int SettingsDatabase::execute(const std::string& sql, std::string* outError) {
-    const int result = sqlite3_exec(mConnection.get(), sql.c_str(), nullptr, nullptr, nullptr);
-    if (result != SQLITE_OK) *outError = errorText(result);
-    return result;
-}
-
-// The first column of the first row, empty without a row.
-int SettingsDatabase::queryText(const std::string& sql, std::string* outText,
-                                std::string* outError) {
-    outText->clear();
-    sqlite3_stmt* prepared = nullptr;
-    int result = sqlite3_prepare_v2(mConnection.get(), sql.c_str(), static_cast<int>(sql.size()),
-                                    &prepared, nullptr);
-    const std::unique_ptr<sqlite3_stmt, FinalizeStatement> owner(prepared);
-    if (result == SQLITE_OK) {
-        Statement query(prepared);
-        result = query.step();
-        if (result == SQLITE_ROW) *outText = query.bytes(0);
-        if (result == SQLITE_ROW || result == SQLITE_DONE) return SQLITE_OK;
-    }
-    *outError = errorText(result);
-    return result;
-}
-
 bool SettingsDatabase::repair(const char* operation, int result, int attempt, InUse* inUse) {
-    const std::string text = errorText(result);
+    if (mAccess != Access::kWritable) {
+        // It may have been written while it was read. Nothing is moved: that is for who can write.
+        inUse->unlock();
+        if (attempt < kMaxRepairs && !isUntorn()) {
+            abandon();
+            return true;
+        }
+        return false;
+    }
     // A table may have been dropped or changed by somebody else: opening makes it again.
     const bool isStale = primaryCode(result) == SQLITE_ERROR || result == SQLITE_READONLY_DBMOVED;
     if (attempt < kMaxRepairs && (isDamage(result) || (isStale && attempt == 0))) {
-        ALOGE("%s: %s: %s, opening it again", operation, mShownPath.c_str(), text.c_str());
+        ALOGE("%s: %s: %s, opening it again", operation, mShownPath.c_str(),
+              errorText(mConnection.get(), result).c_str());
         if (isDamage(result) && attempt > 0) {
             mCondemned = mIdentity;
             mHasCondemned = true;
@@ -260,38 +297,91 @@ bool SettingsDatabase::repair(const char* operation, int result, int attempt, In
         abandon();
         return true;
     }
-    ALOGE("%s: %s: %s", operation, mShownPath.c_str(), text.c_str());
-    if (primaryCode(result) == SQLITE_BUSY) setPatience(true);
+    if (isBusy(result)) setPatience(true);
     return false;
 }
 
 void SettingsDatabase::setPatience(bool impatient) {
     mImpatient = impatient;
-    (void)sqlite3_busy_timeout(mConnection.get(), impatient ? kImpatienceMs : kPatienceMs);
+    const auto patience = impatient ? kBriefly : kPatience;
+    (void)sqlite3_busy_timeout(mConnection.get(), static_cast<int>(patience.count()));
 }
 
-void SettingsDatabase::logLostWrite(const char* operation) const {
-    ALOGE("%s: %s: not stored, the database is not open: %s", operation, mShownPath.c_str(),
-          mOpenError.c_str());
+void SettingsDatabase::logFailure(const char* operation, int result) const {
+    ALOGE("%s: %s: %s", operation, mShownPath.c_str(),
+          errorText(mConnection.get(), result).c_str());
+}
+
+void SettingsDatabase::logLostWrite(const char* operation, int result) const {
+    if (mAccess == Access::kWritable) {
+        logFailure(operation, result);
+    } else {
+        ALOGE("%s: %s: not stored, the database is not open%s: %s", operation, mShownPath.c_str(),
+              mConnection == nullptr ? "" : " for writing", mOpenError.c_str());
+    }
+}
+
+void SettingsDatabase::keep(KeptWrite write) {
+    const char* const operation = write.operation;
+    switch (mKept.keep(std::move(write))) {
+        case KeptWrites::Kept::kNew:
+            ALOGW("%s: %s: database is locked, kept until it is free", operation,
+                  mShownPath.c_str());
+            break;
+        case KeptWrites::Kept::kFull:
+            ALOGE("%s: %s: database is locked, and too much is kept already: not stored", operation,
+                  mShownPath.c_str());
+            break;
+        case KeptWrites::Kept::kReplaced:
+            break;
+    }
+    WriteRetry::wake();
+}
+
+size_t SettingsDatabase::storeKeptNow(std::chrono::milliseconds patience) {
+    while (!mKept.empty()) {
+        mImpatient = true;  // A success sets it back.
+        if (mConnection != nullptr) {
+            (void)sqlite3_busy_timeout(mConnection.get(), static_cast<int>(patience.count()));
+        }
+        const KeptWrite& write = mKept.oldest();
+        const auto work = [this, &write](const SettingsDatabase& database) {
+            return mAccess == Access::kWritable ? write.work(database) : whyNotOpen();
+        };
+        const int result = perform(write.operation, work);
+        if (isBusy(result)) break;
+        if (result == SQLITE_OK) {
+            ALOGI("%s: %s: what was kept is stored", write.operation, mShownPath.c_str());
+        } else {
+            logLostWrite(write.operation, result);
+        }
+        mKept.dropOldest();
+    }
+    return mKept.size();
+}
+
+size_t SettingsDatabase::storeKept(std::chrono::milliseconds patience, bool isLast) {
+    Mutex::Autolock lock(mStoreLock);
+    if (mKept.empty()) return 0;
+    if (isLast) mNextOpen = {};
+    const size_t left = storeKeptNow(patience);
+    if (left != 0 && mConnection != nullptr) setPatience(true);
+    for (const KeptWrite& write : mKept.all()) {
+        if (!isLast) break;
+        ALOGE("%s: %s: could not be stored in time, the database is locked", write.operation,
+              mShownPath.c_str());
+    }
+    return left;
 }
 
 void SettingsDatabase::abandon() {
     mStatements.clear();
+    mAccess = Access::kNone;
     if (mConnection == nullptr) return;
     // Closing the last connection would clear away the log at the path, which may be another file's
     // by now.
     (void)sqlite3_db_config(mConnection.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
     mConnection.reset();
-}
-
-std::string SettingsDatabase::errorText(int result) const {
-    sqlite3* connection = mConnection.get();
-    const bool isLast = connection != nullptr &&
-                        primaryCode(sqlite3_errcode(connection)) == primaryCode(result);
-    std::string text = isLast ? sqlite3_errmsg(connection) : sqlite3_errstr(result);
-    const int systemError = isLast ? sqlite3_system_errno(connection) : 0;
-    if (systemError != 0) text += " (" + std::system_category().message(systemError) + ")";
-    return text;
 }
 
 }  // namespace android

@@ -5,6 +5,8 @@
 #include <limits>
 #include <thread>
 
+#include <qelto/HomePosSeed.h>
+
 #include "StoreFixture.h"
 #include "support/LogCapture.h"
 #include "support/ScopedEnv.h"
@@ -95,6 +97,34 @@ TEST_F(StoreContract, SeedingIsMarkedForEachUserAndDevice) {
     EXPECT_FALSE(again->getMetaAudioOn(-2)) << "the mark brings no setting with it";
 }
 
+// A trigger stands for what may go wrong half way.
+TEST_F(StoreContract, HomePositionsAreSeededWholeOrNotAtAllAndSpareWhatUsersChose) {
+    const auto meta = openMeta();
+    const HomePositions home{{2, {2, 2, 2}}, {3, {3, 3, 3}}, {13, {13, 0, 0}}};
+    meta->updateMetaInfoByScene(2, Position{7, 7, 7}.data(), 1);
+    RawDatabase raw(mPath);
+    raw.run("CREATE TRIGGER broken BEFORE INSERT ON META_INFO_POSITION WHEN NEW.scene = 13"
+            " BEGIN SELECT RAISE(FAIL, 'no scene 13'); END");
+    const LogCapture log(ANDROID_LOG_WARN);
+    seedHomePositions(meta, 1, home);
+    EXPECT_TRUE(log.contains("seedHomePositions: " + mPath + ": constraint failed"));
+    EXPECT_EQ(raw.query("SELECT count(*) FROM META_INFO_POSITION"), "1");
+    EXPECT_EQ(raw.query("SELECT count(*) FROM META_INFO"), "0") << "no mark";
+
+    raw.run("DROP TRIGGER broken");
+    seedHomePositions(meta, 1, home);
+    seedHomePositions(meta, 1, {{3, {9, 9, 9}}});
+    EXPECT_EQ(meta->getCurrentDevice(), 0);
+    EXPECT_TRUE(meta->needInitDefaultHomePos());
+    EXPECT_EQ(positionOf(meta, 2, 1), (Position{7, 7, 7}));
+    EXPECT_EQ(positionOf(meta, 3, 1), (Position{3, 3, 3}));
+    meta->updateMetaInfoByScene(13, Position{8, 8, 8}.data(), 1);
+    EXPECT_EQ(raw.query("SELECT group_concat(scene || '=' || chosen) FROM META_INFO_POSITION"),
+              "2=1,3=0,13=1");
+    meta->setCurrentDevice(1);
+    EXPECT_FALSE(meta->needInitDefaultHomePos());
+}
+
 std::array<uint32_t, 3> bitsOf(const Position& position) {
     std::array<uint32_t, 3> bits{};
     memcpy(bits.data(), position.data(), sizeof(bits));
@@ -162,7 +192,7 @@ TEST_F(StoreContract, TablesAreApartAndHostileNamesRefused) {
     RawDatabase raw(mPath);
     EXPECT_EQ(raw.query("SELECT version FROM META_LAYOUT WHERE table_name = 'META_INFO'"), "1.5");
     EXPECT_EQ(raw.query("SELECT version FROM META_LAYOUT WHERE table_name = 'OTHER_1'"), "2");
-    EXPECT_EQ(raw.query("PRAGMA user_version"), "1");
+    EXPECT_EQ(raw.query("PRAGMA user_version"), "2");
     EXPECT_EQ(raw.query("PRAGMA journal_mode"), "wal");
 }
 

@@ -3,11 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <charconv>
-#include <chrono>
-#include <cstdlib>
 #include <fstream>
-#include <random>
 
 #include "StoreFixture.h"
 #include "support/ChildProcess.h"
@@ -23,22 +19,9 @@ using sonorel::test::LogCapture;
 using sonorel::test::readFile;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::Not;
 
 using StoreFault = StoreFixture;
-
-ChildProcess::Options writer(const std::vector<std::string>& args) {
-    ChildProcess::Options options;
-    options.program = std::string(SONOREL_BIN_DIR) + "/store_writer";
-    options.args = args;
-    return options;
-}
-
-// -1 when the text begins with no number.
-int numberIn(const std::string& text) {
-    int number = -1;
-    (void)std::from_chars(text.data(), text.data() + text.size(), number);  // Then it stays -1.
-    return number;
-}
 
 TEST_F(StoreFault, PathThatCannotBeIsTriedAgainUntilItCan) {
     const std::string blocked = mFolder.write("blocked", "a file where a folder should be");
@@ -63,24 +46,6 @@ TEST_F(StoreFault, PathThatCannotBeIsTriedAgainUntilItCan) {
     EXPECT_TRUE(openMeta(blocked + "/meta.db")->getMetaAudioOn(0));
 }
 
-TEST_F(StoreFault, WriteLockHeldByAnotherLosesOnlyNewWritesAndDoesNotAddUp) {
-    const auto meta = openMeta();
-    meta->updateMetaAudioMode(3, 0);
-    RawDatabase other(mPath);
-    other.run("BEGIN IMMEDIATE");
-    const LogCapture log(ANDROID_LOG_WARN);
-    const auto start = std::chrono::steady_clock::now();
-    for (int i = 0; i < 10; ++i)
-        meta->updateMetaAudioMode(4, 0);
-    const auto taken = std::chrono::steady_clock::now() - start;
-    EXPECT_EQ(log.count("updateMetaAudioMode: " + mPath + ": database is locked"), 10u);
-    EXPECT_LT(taken, std::chrono::seconds(8)) << "ten times the full wait would be 10 s";
-    EXPECT_EQ(meta->getMetaAudioMode(0), 3) << "reads go on";
-    other.run("ROLLBACK");
-    meta->updateMetaAudioMode(5, 0);
-    EXPECT_EQ(openMeta()->getMetaAudioMode(0), 5);
-}
-
 TEST_F(StoreFault, FileHeldExclusivelyAtStartIsOpenedOnceItIsFree) {
     openMeta()->setMetaAudioOn(true, 0);
     auto other = std::make_unique<RawDatabase>(mPath);
@@ -96,24 +61,42 @@ TEST_F(StoreFault, FileHeldExclusivelyAtStartIsOpenedOnceItIsFree) {
     EXPECT_THAT(damagedFiles(), IsEmpty()) << "busy is no damage";
 }
 
-TEST_F(StoreFault, FolderWithoutWriteAccessKeepsWhatIsStored) {
+// By a process that may write neither the file nor its folder.
+TEST_F(StoreFault, FolderWithoutWriteAccessIsRead) {
     if (geteuid() != 0) GTEST_SKIP() << "needs root to become another user";
     {
         const auto meta = openMeta();
         meta->setMetaAudioOn(true, 0);
         meta->updateMetaAudioMode(2, 0);
+        meta->updateMetaInfoByScene(3, Position{0.5f, 0, 0}.data(), 0);
     }
-    const std::string before = readFile(mPath);
-    ChildProcess::Options options = writer({"probe", mPath});
-    options.uid = 65534;
-    ChildProcess child(options);
-    const auto status = child.wait();
-    ASSERT_TRUE(status.has_value());
-    EXPECT_TRUE(status->exited && status->code == 0) << child.errors();
-    EXPECT_EQ(child.output(), "on=0 mode=0 seed=0\n") << "defaults, and nothing to seed";
-    EXPECT_THAT(child.errors(), HasSubstr(mPath));
-    EXPECT_EQ(readFile(mPath), before);
-    EXPECT_EQ(openMeta()->getMetaAudioMode(0), 2);
+    const std::string former = mFolder.path("former/meta.db");
+    putFormerFile(former);
+    // What a killed process leaves: a log that is not yet in the file.
+    const std::string logged = mFolder.path("logged/meta.db");
+    std::filesystem::create_directory(mFolder.path("logged"));
+    RawDatabase open(mPath);
+    open.run("UPDATE META_INFO SET mode = 6");
+    for (const char* suffix : {"", "-wal", "-shm"})
+        std::filesystem::copy_file(mPath + suffix, logged + suffix);
+
+    const struct {
+        std::string path, told;
+    } rows[] = {{mPath, "on=1 mode=6 x=0.5 seed=1\n"},  // while another process has it open
+                {former, "on=1 mode=2 x=2.5 seed=0\n"},
+                {logged, "on=1 mode=6 x=0.5 seed=1\n"}};
+    for (const auto& row : rows) {
+        const std::string before = readFile(row.path);
+        ChildProcess::Options options = writer({"probe", row.path});
+        options.uid = 65534;
+        ChildProcess child(options);
+        const auto status = child.wait();
+        ASSERT_TRUE(status.has_value());
+        EXPECT_TRUE(status->exited && status->code == 0) << child.errors();
+        EXPECT_EQ(child.output(), row.told) << child.errors();
+        EXPECT_THAT(child.errors(), HasSubstr("updateMetaAudioMode: " + row.path + ": not stored"));
+        EXPECT_EQ(readFile(row.path), before);
+    }
 }
 
 // A file system of 300 kB, which only this process's main thread sees.
@@ -175,38 +158,71 @@ TEST_F(StoreFault, FullDiskLosesOnlyNewWrites) {
                 ::testing::ElementsAre(::testing::Pair("a", 4), ::testing::Pair("b", 0)));
 }
 
-// SONOREL_KILL_ROUNDS asks for a longer run.
-TEST_F(StoreFault, AcknowledgedWritesOutliveTheProcess) {
-    // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing changes the environment
-    const char* asked = getenv("SONOREL_KILL_ROUNDS");
-    const int rounds = asked == nullptr ? 5 : numberIn(asked);
-    std::mt19937 random(std::random_device{}());
-    int next = 1;
-    for (int round = 0; round < rounds; ++round) {
-        ChildProcess child(writer({"count", mPath, std::to_string(next)}));
-        const int enough = next + static_cast<int>(random() % 400);
-        ASSERT_TRUE(child.waitForLine(std::to_string(enough))) << child.errors();
-        child.kill(SIGKILL);
-        ASSERT_TRUE(child.wait().has_value());
-        EXPECT_EQ(child.errors(), "");
-        const std::string output = child.output();
-        // The last whole line: a number that all stores had acknowledged.
-        const size_t end = output.rfind('\n');
-        const size_t begin = output.rfind('\n', end - 1);
-        const int last = numberIn(output.substr(begin == std::string::npos ? 0 : begin + 1));
+// Files of both layouts that are opened where nothing can be written.
+TEST_F(StoreFault, FullOrReadOnlyDiskIsReadAndWrittenOnceItCanBe) {
+    const std::string folder = mFolder.path("small");
+    const SmallDisk disk(folder);
+    if (!disk.isMounted()) GTEST_SKIP() << "needs the right to mount";
+    const std::string path = folder + "/meta.db";
+    for (const bool isFull : {true, false}) {
+        for (const bool isFormer : {true, false}) {
+            SCOPED_TRACE(std::string(isFull ? "full" : "read only") + (isFormer ? ", former" : ""));
+            putFormerFile(path);
+            if (!isFormer) (void)openMeta(path);  // brings it up
+            if (isFull) {
+                std::ofstream(folder + "/filler") << std::string(400000, 'f');
+            } else {
+                ASSERT_EQ(mount("", folder.c_str(), "", MS_REMOUNT | MS_RDONLY, nullptr), 0);
+            }
+            const LogCapture log(ANDROID_LOG_WARN);
+            const auto meta = openMeta(path);
+            const sp<FgeDatabase> fge = new FgeDatabase(path);
+            EXPECT_TRUE(meta->getMetaAudioOn(0)) << ::testing::PrintToString(log.messages());
+            EXPECT_EQ(positionOf(meta, 3, 0), (Position{2.5f, -0.25f, 2}));
+            EXPECT_EQ(switchesOf(fge)["com.example.racing"], 1);
+            meta->updateMetaAudioMode(6, 0);
+            EXPECT_EQ(meta->getMetaAudioMode(0), 2);
+            EXPECT_TRUE(log.contains("updateMetaAudioMode: " + path + ": not stored"));
+            EXPECT_THAT(std::filesystem::exists(path + ".layout-1.part"), false);
 
-        ASSERT_GE(last, next);
-
-        const LogCapture log(ANDROID_LOG_WARN);
-        const int mode = openMss()->getSoundWidenMode();
-        EXPECT_GE(mode, last);
-        EXPECT_LE(mode, last + 1) << "one write may have been under way";
-        EXPECT_GE(switchesOf(openFge())["counter"], last);
-        EXPECT_GE(positionOf(openMeta(), 1 + last % 13)[2], static_cast<float>(last));
-        EXPECT_THAT(log.messages(), IsEmpty());
-        EXPECT_THAT(damagedFiles(), IsEmpty());
-        next = mode + 1;
+            if (isFull) {
+                std::filesystem::remove(folder + "/filler");
+            } else {
+                ASSERT_EQ(mount("", folder.c_str(), "", MS_REMOUNT, "size=300k"), 0);
+            }
+            EXPECT_TRUE(eventually([&] {
+                meta->updateMetaAudioMode(7, 0);
+                return meta->getMetaAudioMode(0) == 7;
+            })) << ::testing::PrintToString(log.messages());
+            EXPECT_EQ(openMeta(path)->getMetaAudioMode(0), 7);
+            for (const auto& entry : std::filesystem::directory_iterator(folder))
+                EXPECT_THAT(entry.path().string(), Not(HasSubstr("damaged")));
+        }
     }
+}
+
+// The same folder at a second place where it cannot be written: a store there takes no locks while
+// nobody writes, and must see what others write later.
+TEST_F(StoreFault, ReaderWithoutLocksSeesWhatOthersWrite) {
+    const SmallDisk disk(mFolder.path("other"));  // for its mounts of its own
+    if (!disk.isMounted()) GTEST_SKIP() << "needs the right to mount";
+    openMeta()->updateMetaAudioMode(2, 0);
+    const std::string from = std::filesystem::path(mPath).parent_path();
+    const std::string to = mFolder.path("other");
+    ASSERT_EQ(mount(from.c_str(), to.c_str(), "", MS_BIND, nullptr), 0);
+    ASSERT_EQ(mount("", to.c_str(), "", MS_BIND | MS_REMOUNT | MS_RDONLY, nullptr), 0);
+    {
+        const auto reader = openMeta(to + "/meta.db");
+        EXPECT_EQ(reader->getMetaAudioMode(0), 2);
+        openMeta()->updateMetaAudioMode(3, 0);  // and closed: the log is in the file
+        EXPECT_EQ(reader->getMetaAudioMode(0), 3);
+        const auto writer = openMeta();
+        for (int i = 4; i < 20; ++i) {
+            writer->updateMetaAudioMode(static_cast<signed char>(i), 0);
+            EXPECT_EQ(reader->getMetaAudioMode(0), i);
+        }
+    }
+    EXPECT_EQ(umount2(to.c_str(), MNT_DETACH), 0);
 }
 
 }  // namespace

@@ -15,6 +15,8 @@
 #include <string>
 #include <vector>
 
+#include "support/ChildProcess.h"
+#include "support/ProjectFile.h"
 #include "support/TempDir.h"
 
 namespace android {
@@ -70,6 +72,22 @@ protected:
         Switches switches;
         store->getSwitchForPkgName(switches);
         return switches;
+    }
+
+    // The store_writer program.
+    static sonorel::test::ChildProcess::Options writer(const std::vector<std::string>& args) {
+        sonorel::test::ChildProcess::Options options;
+        options.program = std::string(SONOREL_BIN_DIR) + "/store_writer";
+        options.args = args;
+        return options;
+    }
+
+    // Puts a file that a service of an earlier layout wrote at `path`.
+    static void putFormerFile(const std::string& path) {
+        namespace fs = std::filesystem;
+        fs::create_directories(fs::path(path).parent_path());
+        fs::copy_file(sonorel::test::projectFile("tests/data/stores/layout-1.db"), path,
+                      fs::copy_options::overwrite_existing);
     }
 
     // What was moved aside as damaged: full paths, without the -wal and -shm beside each.

@@ -4,6 +4,7 @@
 #include <sqlite3.h>
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <map>
@@ -38,6 +39,13 @@ int findTable(sqlite3* database, const char* table) {
     if (result != SQLITE_OK) return result;
     (void)sqlite3_bind_text(statement.get(), 1, table, -1, SQLITE_STATIC);
     return sqlite3_step(statement.get());
+}
+
+// A file of the first layout does not say which positions a user chose.
+bool tellsChosenPositions(sqlite3* database) {
+    sqlite3_stmt* raw = nullptr;
+    (void)sqlite3_prepare_v2(database, "SELECT chosen FROM META_INFO_POSITION", -1, &raw, nullptr);
+    return Statement(raw) != nullptr;
 }
 
 // Calls `onRow` for each row; a table that is not there has none. False, and a line, for a failure.
@@ -98,11 +106,17 @@ bool readSettings(sqlite3* database, const std::string& path, std::map<int, Json
                           settings["seeded"] = sqlite3_column_int(row, 4) != 0;
                       }) &&
            forEachRow(database, path, "META_INFO_POSITION",
-                      "SELECT user_id, device, scene, xyz FROM META_INFO_POSITION"
-                      " ORDER BY user_id, device, scene",
+                      tellsChosenPositions(database)
+                              ? "SELECT user_id, device, scene, xyz, chosen FROM META_INFO_POSITION"
+                                " ORDER BY user_id, device, scene"
+                              : "SELECT user_id, device, scene, xyz, 1 FROM META_INFO_POSITION"
+                                " ORDER BY user_id, device, scene",
                       [&](sqlite3_stmt* row) {
-                          device(row)["scenes"][std::to_string(sqlite3_column_int(row, 2))] =
-                                  positionAt(row, 3);
+                          Json& settings = device(row);
+                          const int scene = sqlite3_column_int(row, 2);
+                          settings["scenes"][std::to_string(scene)] = positionAt(row, 3);
+                          // Scenes whose position is the product's, not one that a user chose.
+                          if (sqlite3_column_int(row, 4) == 0) settings["home"].push_back(scene);
                       }) &&
            forEachRow(database, path, "MSS_INFO", "SELECT user_id, sound_widen_mode FROM MSS_INFO",
                       [&](sqlite3_stmt* row) {
@@ -120,6 +134,12 @@ bool readSettings(sqlite3* database, const std::string& path, std::map<int, Json
                       });
 }
 
+bool contains(const Json& scenes, const std::string& scene) {
+    return std::any_of(scenes.begin(), scenes.end(), [&scene](const Json& each) {
+        return std::to_string(each.get<int>()) == scene;
+    });
+}
+
 void printDevice(const std::string& name, const Json& settings) {
     const bool on = settings.value("on", false);
     (void)std::printf("  %s: spatial audio %s, mode %d%s\n", name.c_str(), on ? "on" : "off",
@@ -127,7 +147,9 @@ void printDevice(const std::string& name, const Json& settings) {
                       settings.value("seeded", false) ? "" : ", home positions not written yet");
     if (!settings.contains("scenes")) return;
     for (const auto& [scene, position] : settings["scenes"].items()) {
-        (void)std::printf("    scene %s at %s\n", scene.c_str(), toLine(position).c_str());
+        const bool isHome = contains(settings.value("home", Json::array()), scene);
+        (void)std::printf("    scene %s at %s%s\n", scene.c_str(), toLine(position).c_str(),
+                          isHome ? " (home)" : "");
     }
 }
 

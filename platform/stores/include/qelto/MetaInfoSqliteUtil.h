@@ -1,6 +1,9 @@
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
 
@@ -23,9 +26,11 @@ constexpr meta_devices_t META_DEVICE_CURRENT = -2;      // the store's current d
 //
 // A write returns once SQLite has it: it then outlives the end of the process, however that comes.
 // A power failure may take back the writes of the last half minute or so, latest first, and never
-// leaves half a write. Nothing here fails visibly: a write that cannot be done is logged and
-// dropped, a read that cannot be done answers what a new user would get (off, mode 0, positions
-// untouched). While the file cannot be opened, opening it is tried again now and then.
+// leaves half a write. Nothing here fails visibly. A write that meets a file which another process
+// locks is kept and stored once the file is free; reads answer it meanwhile. Any other write that
+// cannot be done is logged and dropped. A read that cannot be done answers what a new user would
+// get (off, mode 0, positions untouched). A file that cannot be written is still read. While the
+// file cannot be opened, or not for writing, opening it is tried again now and then.
 //
 // A scene that is not in 1..bound-1 or a device that is none of the above is refused with a log
 // line. Thread-safe; a call waits for the disk, and about 1 s at most for another process.
@@ -60,6 +65,12 @@ public:
     bool needInitDefaultHomePos() EXCLUDES(mLock);
     void customDefaultHomePosInited() EXCLUDES(mLock);
 
+    // Not among the platform's operations, callers use qelto/HomePosSeed.h: gives the current user
+    // and `device` these positions by scene and the mark, all or nothing, unless the mark is there.
+    // A position that a user chose stays. What fails is done on the next call.
+    void seedHomePositions(meta_devices_t device,
+                           const std::map<int, std::array<float, 3>>& positions) EXCLUDES(mLock);
+
 protected:
     ~MetaInfoSqliteUtil() override;
 
@@ -72,10 +83,14 @@ private:
     [[nodiscard]] bool resolve(const char* operation, meta_devices_t device, Row* outRow) const
             REQUIRES(mLock);
     [[nodiscard]] bool isScene(const char* operation, int scene, const float* pos3) const;
-    int readColumn(const char* operation, int statement, const Row& row, int unreadable,
+    // The statements that read and write a column, by index.
+    struct Column {
+        size_t get;
+        size_t set;
+    };
+    int readColumn(const char* operation, Column column, const Row& row, int unreadable,
                    int missing) REQUIRES(mLock);
-    void writeColumn(const char* operation, int statement, const Row& row, int value)
-            REQUIRES(mLock);
+    void writeColumn(const char* operation, size_t set, const Row& row, int value) REQUIRES(mLock);
 
     const int mSceneBound;
     mutable Mutex mLock;
