@@ -1,7 +1,7 @@
 // Short forms of the rounds with several processes; tests/process/SoakTest.cpp has the long ones.
 
 #include "process/ContentionRounds.h"
-#include "stores/StoreFixture.h"
+#include "stores/RawDatabase.h"
 
 namespace sonorel::test {
 namespace {

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "process/ProcessTest.h"
-#include "stores/StoreFixture.h"
+#include "stores/RawDatabase.h"
 
 namespace sonorel::test {
 namespace {

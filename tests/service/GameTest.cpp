@@ -4,7 +4,7 @@
 #include <cstdlib>
 
 #include "service/ServiceHarness.h"
-#include "stores/StoreFixture.h"
+#include "stores/RawDatabase.h"
 #include "support/Wait.h"
 
 namespace sonorel::test {

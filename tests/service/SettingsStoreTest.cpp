@@ -4,7 +4,7 @@
 #include <thread>
 
 #include "service/ServiceHarness.h"
-#include "stores/StoreFixture.h"
+#include "stores/RawDatabase.h"
 
 namespace sonorel::test {
 namespace {

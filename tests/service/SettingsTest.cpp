@@ -2,7 +2,7 @@
 // the store keeps, what is answered.
 
 #include "service/ServiceHarness.h"
-#include "stores/StoreFixture.h"
+#include "stores/RawDatabase.h"
 #include "support/Wait.h"
 
 namespace sonorel::test {
