@@ -13,8 +13,6 @@ using qelto::halvend::IHalvendClient;
 
 namespace {
 
-// The bound of the pool, the service's own threads, the binder library's.
-constexpr long kMostThreads = 16 + 7;
 constexpr int kRows = 6;  // mode, on/off, a game's switch, three scenes
 
 using Callers = std::vector<std::unique_ptr<ChildProcess>>;

@@ -70,5 +70,7 @@ struct ProcessFigures {
     unsigned long pendingSignals = 0;  // a set: those sent to the process that no thread has taken
 };
 ProcessFigures figuresOf(pid_t pid);
+// Of sonoreld: the bound of the pool, the service's own threads, the binder library's.
+constexpr long kMostThreads = 16 + 7;
 
 }  // namespace sonorel::test

@@ -11,9 +11,6 @@ int8_t visitorId(int number) {
     return static_cast<int8_t>(number < 100 ? -100 + number : 20 + number - 100);
 }
 
-// The bound of the pool, the service's own threads, the binder library's.
-constexpr long kMostThreads = 16 + 7;
-
 }  // namespace
 
 void VisitRounds::run(int rounds, int clients, std::optional<long> toleratedHeapGrowth) {
