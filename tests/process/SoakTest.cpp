@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "process/CrashRounds.h"
+#include "process/PolicyRounds.h"
 #include "process/StormRounds.h"
 #include "process/VisitRounds.h"
 
@@ -11,6 +12,7 @@ namespace {
 
 using Crash = CrashRounds;
 using Visit = VisitRounds;
+using Policy = PolicyRounds;
 using Storm = StormRounds;
 
 TEST_F(Visit, TwoHundredClientsTwentyTimesOver) {
@@ -24,6 +26,14 @@ TEST_F(Crash, ThreeHundredKills) {
 
 TEST_F(Storm, EightCallersForTwentyThousandCallsEach) {
     run(20000);
+}
+
+TEST_F(Policy, TwoHundredReplacementsDuringReloads) {
+    replaceDuringReloads(200, 4);
+}
+
+TEST_F(Policy, ReloadsFromSixteenThreadsLeaveNothingResident) {
+    reloadFromManyThreads();
 }
 
 }  // namespace
