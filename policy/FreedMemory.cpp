@@ -9,8 +9,8 @@ void returnFreedMemory() {
 #if defined(M_PURGE)
     (void)mallopt(M_PURGE, 0);
 #elif defined(__GLIBC__)
-    // This library keeps the free end of each thread's heap up to a threshold, which it doubles with
-    // the largest block that was ever freed unless it is set; this is what it begins with.
+    // This library keeps the free end of each thread's heap up to a threshold, which it doubles
+    // with the largest block that was ever freed unless it is set; this is what it begins with.
     constexpr int kThreshold = 128 * 1024;
     static const int kIsSet = mallopt(M_TRIM_THRESHOLD, kThreshold);
     (void)kIsSet;

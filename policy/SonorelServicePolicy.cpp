@@ -94,8 +94,7 @@ void logFilterName(const char* method, const MetaPolicyHead& head) {
 // Adds names to the set that is served. Each load makes a set of its own, so that a reader keeps
 // the one that it took; of two loads at once the later starts again from the other's. Names are
 // copied by character: two sets never share a buffer.
-void addDevices(const std::set<String8>& names,
-                std::shared_ptr<const std::set<String8>>* served) {
+void addDevices(const std::set<String8>& names, std::shared_ptr<const std::set<String8>>* served) {
     std::shared_ptr<const std::set<String8>> earlier = std::atomic_load(served);
     std::shared_ptr<const std::set<String8>> next;
     do {
@@ -110,17 +109,19 @@ void addDevices(const std::set<String8>& names,
     } while (!std::atomic_compare_exchange_strong(served, &earlier, next));
 }
 
-// Says so when a table's text is too long for the reply that would carry it, since the service never
-// hears of that failure: a reply holds a status, a length and the text in UTF-16 with its end.
+// Says so when a table's text is too long for the reply that would carry it, since the service
+// never hears of that failure: a reply holds a status, a length and the text in UTF-16 with its
+// end.
 void logOversize(const char* method, const char* table, const String8& text) {
     constexpr size_t kMaxReply = (size_t{1} << 20) - size_t{2} * 4096;
     const auto* bytes = reinterpret_cast<const uint8_t*>(text.c_str());
     const ssize_t units = utf8_to_utf16_length(bytes, text.size());
     const size_t reply = 2 * sizeof(int32_t) + 2 * (static_cast<size_t>(units) + 1);
     if (units < 0 || reply <= kMaxReply) return;
-    SONOREL_LOGE("%s: %s takes %zu bytes of the %zu that a binder transaction can carry: queries "
-                 "for it will fail",
-                 method, table, reply, kMaxReply);
+    SONOREL_LOGE(
+            "%s: %s takes %zu bytes of the %zu that a binder transaction can carry: queries "
+            "for it will fail",
+            method, table, reply, kMaxReply);
 }
 
 // The first configuration folder's file that can be read, as a device path; "" when none can.
@@ -217,9 +218,9 @@ binder::Status SonorelService::isUnsupportDevice(const std::string& device, bool
 //
 // Checks and loads may run on several threads at once. Accepted checks are numbered; what is served
 // comes from the newest of them. A check that another one overtook while it read looks whether its
-// file is still the one under that name, and reads again if not, so that a later number never stands
-// for an older file. A load carries the number of its check and publishes nothing once a newer one
-// has.
+// file is still the one under that name, and reads again if not, so that a later number never
+// stands for an older file. A load carries the number of its check and publishes nothing once a
+// newer one has.
 
 // A copy that the version check accepted.
 struct SonorelService::CheckedPolicy {

@@ -78,7 +78,9 @@ class Scanner {
 public:
     // The byte behind the last one is a zero, as in every std::string. No XML holds a zero.
     explicit Scanner(const std::string& bytes)
-            : mBegin(bytes.data()), mEnd(mBegin + std::strlen(mBegin)), mAt(mBegin),
+            : mBegin(bytes.data()),
+              mEnd(mBegin + std::strlen(mBegin)),
+              mAt(mBegin),
               mReference(find(mBegin, '&')),
               mMaxElements(bytes.size() / kMinXmlElementBytes + kFreeXmlElements) {}
 

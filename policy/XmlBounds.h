@@ -1,5 +1,5 @@
-// Bounds that no honest configuration file meets, checked on its bytes before libxml2 sees them: the
-// parser's cost grows with the square of some counts, and a small file may ask for much memory.
+// Bounds that no honest configuration file meets, checked on its bytes before libxml2 sees them:
+// the parser's cost grows with the square of some counts, and a small file may ask for much memory.
 #pragma once
 
 #include <cstddef>
@@ -9,11 +9,11 @@ namespace android {
 
 // libxml2 compares each attribute of a tag with those before it.
 inline constexpr size_t kMaxXmlAttributes = 64;
-// Elements, attributes and processing instructions under different names: libxml2 looks each name up
-// in a table that does not grow beyond 16,384 rows.
+// Elements, attributes and processing instructions under different names: libxml2 looks each name
+// up in a table that does not grow beyond 16,384 rows.
 inline constexpr size_t kMaxXmlNames = 1024;
-// Bytes of the file for each element, the first thousand aside: a node takes thirty times the memory
-// of the least element. The formats' own elements take six bytes at the least.
+// Bytes of the file for each element, the first thousand aside: a node takes thirty times the
+// memory of the least element. The formats' own elements take six bytes at the least.
 inline constexpr size_t kMinXmlElementBytes = 6;
 inline constexpr size_t kFreeXmlElements = 1000;
 // Attributes whose name begins with "xml", in the whole document: namespaces and identifiers, which
@@ -36,7 +36,8 @@ struct XmlScan {
     size_t faultLine = 0;  // counted from 1
 };
 
-// Takes time in proportion to the size. The bytes count as UTF-8, whatever they declare. Any thread.
+// Takes time in proportion to the size. The bytes count as UTF-8, whatever they declare. Any
+// thread.
 [[nodiscard]] XmlScan scanXml(const std::string& bytes);
 
 }  // namespace android

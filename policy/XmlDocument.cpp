@@ -19,9 +19,9 @@ namespace {
 
 constexpr char kEncoding[] = "UTF-8";
 // Pedantic checks are all that is asked for. The other two change nothing in the document: short
-// texts lie inside their nodes and not in libxml2's table of names, which gets slow when it is full;
-// and the encoding given here holds to the end of the file, whatever the file declares, so that the
-// bytes that are checked are those that are parsed.
+// texts lie inside their nodes and not in libxml2's table of names, which gets slow when it is
+// full; and the encoding given here holds to the end of the file, whatever the file declares, so
+// that the bytes that are checked are those that are parsed.
 constexpr int kParserOptions = XML_PARSE_PEDANTIC | XML_PARSE_COMPACT | XML_PARSE_IGNORE_ENC;
 // What libxml2 may find fault with and still go on. Each costs as much as a hundred bytes.
 constexpr size_t kMaxComplaints = 64;
@@ -87,8 +87,8 @@ private:
     bool mIsFatal = false;
 };
 
-// Gives libxml2 the bytes piece by piece, and no more of them once it has found too much to complain
-// about: left alone it would tell of every further fault to the end of the file.
+// Gives libxml2 the bytes piece by piece, and no more of them once it has found too much to
+// complain about: left alone it would tell of every further fault to the end of the file.
 class ParserFeed {
 public:
     ParserFeed(const char* bytes, size_t size, const ParserErrors& errors)
@@ -209,8 +209,11 @@ void XmlFreeText::operator()(xmlChar* text) const {
 }
 
 FileStamp::FileStamp(const struct stat& status)
-        : device(status.st_dev), inode(status.st_ino), size(status.st_size),
-          modified(status.st_mtim), changed(status.st_ctim) {}
+        : device(status.st_dev),
+          inode(status.st_ino),
+          size(status.st_size),
+          modified(status.st_mtim),
+          changed(status.st_ctim) {}
 
 bool FileStamp::operator==(const FileStamp& other) const {
     const auto isSame = [](const timespec& one, const timespec& two) {
@@ -265,8 +268,8 @@ void XmlDocument::parse(const std::string& bytes, const std::string& path) {
     }
     const ParserErrors errors;
     ParserFeed feed(bytes.data(), scan.end, errors);
-    mDocument.reset(xmlReadIO(&ParserFeed::read, nullptr, &feed, path.c_str(), kEncoding,
-                              kParserOptions));
+    mDocument.reset(
+            xmlReadIO(&ParserFeed::read, nullptr, &feed, path.c_str(), kEncoding, kParserOptions));
     if (mDocument == nullptr) {
         mError = path + ": " + (errors.first().empty() ? "not an XML document" : errors.first());
         return;

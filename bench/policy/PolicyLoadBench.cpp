@@ -91,8 +91,8 @@ void LoadAgainstBareRead(benchmark::State& state) {
 }
 BENCHMARK(LoadAgainstBareRead)->UseManualTime()->Unit(benchmark::kMillisecond)->MinTime(3.0);
 
-// The same where each read begins with what the service leaves behind a load: no free memory, all of
-// it has to come from the system again. "return_ms" is what giving it back takes.
+// The same where each read begins with what the service leaves behind a load: no free memory, all
+// of it has to come from the system again. "return_ms" is what giving it back takes.
 void LoadAgainstBareReadAfterReturn(benchmark::State& state) {
     const sonorel::test::TempDir dir;
     const std::string path =

@@ -4,7 +4,7 @@
 
 #include <atomic>
 #include <filesystem>
-#include <functional>
+#include <mutex>
 #include <set>
 #include <thread>
 
@@ -103,36 +103,52 @@ TEST_F(PolicyReload, EveryAnswerDuringReloadsIsOneWholeFile) {
     EXPECT_LT(0, asked);
 }
 
-// Two updates at once may each miss the other's file, but never take back a device name.
-TEST_F(PolicyReload, RacingReloadsLoseNoDeviceName) {
-    constexpr int kRounds = 100;
+// Four threads each deliver a file and reload, at the same time. When all are done, the last file
+// is served, since its reload began after it was there; and no device name that was ever seen is
+// lost.
+TEST_F(PolicyReload, RacingReloadsEndWithTheLastFileAndEveryDeviceName) {
+    constexpr int kRounds = 25;
+    constexpr int kThreads = 4;
     start();
-    const auto work = [this](const std::string& prefix, std::set<std::string>* outSeen) {
+    std::mutex delivery;
+    std::string last;
+    std::set<std::string> seen;
+    const auto work = [&](int thread) {
         for (int i = 0; i < kRounds; ++i) {
-            const std::string name = prefix + std::to_string(i);
-            deliver("<filter-conf><filter-name>meta_audio_policy</filter-name><version>9</version>"
-                    "<UnsupportDeviceItem><name>" +
-                            name +
-                            "</name></UnsupportDeviceItem>"
-                            "</filter-conf>",
-                    prefix + ".xml");
-            (void)update();  // the other thread may have taken this file, or disarmed the load
+            const std::string name = std::to_string(thread) + "-" + std::to_string(i);
+            // A file in four takes long to load.
+            std::string file =
+                    sonorel::test::generatePolicy({i % 4 == 0 ? 2000 : 1, 0, 0, 0, 0}, "20990101");
+            const std::string items =
+                    "<AudioDetectorParamItem><name>" + name +
+                    "</name></AudioDetectorParamItem><UnsupportDeviceItem><name>" + name +
+                    "</name></UnsupportDeviceItem>";
+            file.insert(file.find("</version>") + 10, items);
+            {
+                const std::lock_guard lock(delivery);
+                deliver(file, name + ".xml");
+                last = name;
+            }
+            EXPECT_TRUE(update());
             bool listed = false;
             (void)mService->isUnsupportDevice(name, &listed);
-            if (listed) outSeen->insert(name);
+            const std::lock_guard lock(delivery);
+            if (listed) seen.insert(name);
         }
     };
-    std::set<std::string> seen[2];
-    std::thread other(work, "other-", &seen[0]);
-    work("this-", &seen[1]);
-    other.join();
-    EXPECT_LT(0u, seen[0].size() + seen[1].size());
-    for (const auto& names : seen) {
-        for (const std::string& name : names) {
-            bool listed = false;
-            (void)mService->isUnsupportDevice(name, &listed);
-            EXPECT_TRUE(listed) << name;
-        }
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < kThreads; ++thread)
+        threads.emplace_back(work, thread);
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_NE(std::string::npos,
+              text(&SonorelService::getAudioDetectorInfMap).find("\"" + last + "\":"))
+            << last;
+    EXPECT_EQ(1u, seen.count(last));
+    for (const std::string& name : seen) {
+        bool listed = false;
+        (void)mService->isUnsupportDevice(name, &listed);
+        EXPECT_TRUE(listed) << name;
     }
 }
 

@@ -1,5 +1,5 @@
-// Files that would be dear to read for their size, for the tests of what is refused and the benchmark
-// of what each costs.
+// Files that would be dear to read for their size, for the tests of what is refused and the
+// benchmark of what each costs.
 #pragma once
 
 #include <functional>
