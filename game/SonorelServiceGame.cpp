@@ -15,10 +15,7 @@ binder::Status SonorelService::setFastGameEffectOn(const std::string& pkgName, i
     if (!gSupportFastGameEffect || !isSwitchablePkg(pkgName)) return binder::Status::ok();
     if (mSpHandler != nullptr) {
         mSpHandler->setFgeDatabase(mFgeDatabase);
-        const sp<AMessage> msg = new AMessage(SpHandler::kWhatFastGameEffect, mSpHandler);
-        msg->setString("fge_pkgname", pkgName.c_str(), static_cast<ssize_t>(pkgName.size()));
-        msg->setInt32("fge_switch", value);
-        msg->post();
+        mSpHandler->postFastGameEffect(pkgName, value);
     }
     *result = setFastGameEffectOnInt(pkgName, value);
     return binder::Status::ok();
@@ -34,6 +31,7 @@ int SonorelService::setFastGameEffectOnInt(const std::string& pkgName, int32_t v
     {
         Mutex::Autolock leaf(mGameLock);
         mPkgNameSwitchMap[pkgName] = value;
+        mPkgNameChoices[pkgName] = ++mLastPkgNameChoice;
     }
     CallbackData in;
     in.pkgName = pkgName;
@@ -58,13 +56,11 @@ binder::Status SonorelService::getFastGameEffectOn(const std::string& pkgName, i
 
 void SonorelService::initFastEffectSqlInfo() {
     if (mFgeDatabase == nullptr) return;
-    std::map<std::string, int> stored;
-    mFgeDatabase->getSwitchForPkgName(stored);
+    const std::map<std::string, int> stored = reloadPkgSwitches();
     String8 text;
     FastEffectPkgSwitchMap2String(stored, &text);
     {
         Mutex::Autolock leaf(mGameLock);
-        mPkgNameSwitchMap.swap(stored);
         mPkgNameSwitchMapString.setTo(text.c_str(), text.size());
     }
     SONOREL_LOGD("FastGameEffect: %s() FastEffectPkgSwitchMap2String pkgNameSwitchMapString: %s",
@@ -102,25 +98,58 @@ void SonorelService::syncGameListInfoInt(const std::string& moduleInfo) {
     if (mFgeDatabase == nullptr) return;
     SONOREL_LOGD("FastGameEffect: %s , mPkgNameHaveSwitchVec.size %d", __func__,
                  static_cast<int>(count));
-    syncFastGameEffectStore();
+    updateFastGameEffectStore(reloadPkgSwitches());
 }
 
 void SonorelService::switchFastGameEffectUser(int32_t userId) {
     mFgeDatabase->mCurrentUserId = userId;
-    syncFastGameEffectStore();
-}
-
-// Takes over what the store holds for its user, and brings the store in line with the list.
-void SonorelService::syncFastGameEffectStore() {
     std::map<std::string, int> stored;
     mFgeDatabase->getSwitchForPkgName(stored);
-    std::vector<std::string> packages;
     {
         Mutex::Autolock leaf(mGameLock);
         mPkgNameSwitchMap = stored;
+        mPkgNameChoices.clear();
+    }
+    updateFastGameEffectStore(stored);
+}
+
+// Brings the store in line with the list of switchable packages.
+void SonorelService::updateFastGameEffectStore(const std::map<std::string, int>& stored) {
+    std::vector<std::string> packages;
+    {
+        Mutex::Autolock leaf(mGameLock);
         packages = mPkgNameHaveSwitchVec;
     }
     mFgeDatabase->updateDataBase(packages, stored);
+}
+
+std::map<std::string, int> SonorelService::reloadPkgSwitches() {
+    uint64_t lastChoice = 0;
+    {
+        Mutex::Autolock leaf(mGameLock);
+        lastChoice = mLastPkgNameChoice;
+    }
+    // In this order: what is no longer waiting when it is asked for is in the store.
+    std::map<std::string, int> waiting;
+    if (mSpHandler != nullptr) {
+        waiting = mSpHandler->waitingGameSwitches();
+    }
+    std::map<std::string, int> stored;
+    mFgeDatabase->getSwitchForPkgName(stored);
+    // A package that left the list reads as -1 whatever its value.
+    const auto overlay = [&stored](const std::string& pkgName, int value) {
+        const auto found = stored.find(pkgName);
+        if (found != stored.end() && found->second >= 0) found->second = value;
+    };
+    for (const auto& [pkgName, value] : waiting)
+        overlay(pkgName, value);
+    Mutex::Autolock leaf(mGameLock);
+    // What was set while the store was read.
+    for (const auto& [pkgName, choice] : mPkgNameChoices) {
+        if (choice > lastChoice) overlay(pkgName, mPkgNameSwitchMap[pkgName]);
+    }
+    mPkgNameSwitchMap = stored;
+    return stored;
 }
 
 }  // namespace android

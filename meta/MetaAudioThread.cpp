@@ -1,7 +1,14 @@
 #include "meta/MetaAudioThread.h"
 
+#include <sys/resource.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
+
+#include <utils/AndroidThreads.h>
+
+#include "service/ServiceLog.h"
 #include "service/SonorelService.h"
 
 namespace android {
@@ -9,6 +16,13 @@ namespace android {
 namespace {
 
 constexpr useconds_t kTickPeriodUs = 8000;
+
+// Both concern the calling thread. Thread::run() does them on a device, and not everywhere else.
+void takeNameAndPriority() {
+    androidSetThreadName("MetaAudioThread");
+    if (setpriority(PRIO_PROCESS, 0, ANDROID_PRIORITY_AUDIO) == 0) return;
+    SONOREL_LOGD("%s: the worker keeps its priority, errno=%d", __func__, errno);
+}
 
 }  // namespace
 
@@ -28,6 +42,7 @@ void MetaAudioThread::requestExit() {
 bool MetaAudioThread::threadLoop() {
     // A running thread keeps the service alive. One whose service went before it came to run ends.
     const sp<SonorelService> service = mService.promote();
+    takeNameAndPriority();
     while (service != nullptr && !exitPending()) {
         onWork(*service);
         usleep(kTickPeriodUs);

@@ -1,3 +1,5 @@
+#include <chrono>
+
 #include <media/stagefright/foundation/ALooper.h>
 #include <qelto/FgeDatabase.h>
 #include <qelto/MetaInfoSqliteUtil.h>
@@ -7,6 +9,7 @@
 #include "meta/SettingsDevices.h"
 #include "service/ServiceLog.h"
 #include "service/SonorelService.h"
+#include "service/SpHandler.h"
 #include "service/StoreBarrier.h"
 
 namespace android {
@@ -57,10 +60,10 @@ void SonorelService::initQeltoMetaAudio(bool reload) {
     if (reload && mInited) {
         (void)spNotifyLoadXmlAndSqlite();  // the push goes on whatever the renderer says to it
     }
-    const bool on = mMetaInfoSqliteUtil->getMetaAudioOn(kDeviceCurrent);
+    const bool on = readStoredOn(kDeviceCurrent);
     mMetaAudioOn = on;
     (void)setMetaAudioOnInt(on);  // a push has no caller to give the renderer's status to
-    const int8_t mode = mMetaInfoSqliteUtil->getMetaAudioMode(kDeviceCurrent);
+    const int8_t mode = readStoredMode(kDeviceCurrent);
     mMetaAudioMode = mode;
     (void)setMetaAudioModeInt(mode);
     initCustomSceneHomePos();
@@ -84,8 +87,32 @@ bool SonorelService::isMetaAudioCanWork() const {
 
 void SonorelService::awaitStoreWrites() {
     if (mLooper != nullptr) {
-        StoreBarrier::await(mLooper);
+        (void)StoreBarrier::await(mLooper, StoreBarrier::kForever);
     }
+}
+
+int SonorelService::finishStoreWrites(int timeoutMs) {
+    if (mLooper == nullptr) return 0;
+    (void)StoreBarrier::await(mLooper, std::chrono::milliseconds(timeoutMs));
+    const std::vector<SettingRow> rows = mSpHandler->waitingRows();
+    for (const SettingRow& row : rows) {
+        SONOREL_LOGE("%s: not stored in %d ms: %s", __func__, timeoutMs, row.text().c_str());
+    }
+    return static_cast<int>(rows.size());
+}
+
+void SonorelService::storeNow(const SettingRow& row, const std::function<void()>& write) {
+    if (mSpHandler != nullptr) {
+        mSpHandler->writeNow(row, write);
+    } else {
+        write();
+    }
+}
+
+int32_t SonorelService::rowDevice(int8_t device) const {
+    if (device != kDeviceNone && device != kDeviceCurrent) return device;
+    // As the store has it, without waiting for the store.
+    return mSupportSpeaker ? mCurrentDevice.load() : int32_t{kDeviceHeadset};
 }
 
 bool SonorelService::canDeferStoreWrites() const {

@@ -35,7 +35,8 @@ binder::Status SonorelService::javaCallSetCurrentPos(int32_t scene, const std::v
     }
     if (mMetaInfoSqliteUtil != nullptr) {
         float xyz[kPosSize] = {pos[0], pos[1], pos[2]};
-        mMetaInfoSqliteUtil->updateMetaInfoByScene(scene, xyz, kDeviceCurrent);
+        storeNow(SettingRow::scenePos(rowDevice(kDeviceCurrent), scene),
+                 [&] { mMetaInfoSqliteUtil->updateMetaInfoByScene(scene, xyz, kDeviceCurrent); });
     }
     return binder::Status::ok();
 }
@@ -48,13 +49,8 @@ binder::Status SonorelService::setCurrentPosWithDev(int32_t scene, const std::ve
         setCurrentPosInt(scene, pos);
     }
     if (canDeferStoreWrites()) {
-        const sp<AMessage> msg = new AMessage(SpHandler::kWhatMetaScenePos, mSpHandler);
-        msg->setInt32("meta_scene", scene);
-        msg->setInt32("meta_dev", device);
-        msg->setFloat("meta_pos_x", pos[0]);
-        msg->setFloat("meta_pos_y", pos[1]);
-        msg->setFloat("meta_pos_z", pos[2]);
-        msg->post();
+        mSpHandler->postMetaScenePos(SettingRow::scenePos(rowDevice(device), scene), device,
+                                     pos.data());
     }
     return binder::Status::ok();
 }
@@ -103,10 +99,12 @@ void SonorelService::getCurrentPos(const char* method, int32_t scene, int8_t dev
                  static_cast<double>((*pos)[1]), static_cast<double>((*pos)[2]));
 }
 
-void SonorelService::readStoredPos(int32_t scene, int8_t device, std::vector<float>* pos) {
+void SonorelService::readStoredPos(int32_t scene, int8_t device, std::vector<float>* pos) const {
     if (mMetaInfoSqliteUtil == nullptr) return;
     float xyz[kPosSize] = {};
-    mMetaInfoSqliteUtil->getMetaInfoByScene(scene, xyz, device);
+    if (mSpHandler == nullptr || !mSpHandler->waitingScenePos(rowDevice(device), scene, xyz)) {
+        mMetaInfoSqliteUtil->getMetaInfoByScene(scene, xyz, static_cast<meta_devices_t>(device));
+    }
     std::copy_n(xyz, kPosSize, pos->begin());
 }
 
@@ -149,9 +147,9 @@ void SonorelService::initCustomDefaultSceneHomePos() {
 void SonorelService::initCustomSceneHomePos() {
     if (mMetaInfoSqliteUtil == nullptr) return;
     for (int32_t scene = kFirstScene; scene <= kLastScene; ++scene) {
-        float xyz[kPosSize] = {};
-        mMetaInfoSqliteUtil->getMetaInfoByScene(scene, xyz, kDeviceCurrent);
-        setCurrentPosInt(scene, std::vector<float>(xyz, xyz + kPosSize));
+        std::vector<float> pos(kPosSize);
+        readStoredPos(scene, kDeviceCurrent, &pos);
+        setCurrentPosInt(scene, pos);
     }
 }
 

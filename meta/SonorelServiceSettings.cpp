@@ -14,7 +14,8 @@ binder::Status SonorelService::setMetaAudioOn(bool on, int32_t* status) {
         *status = setMetaAudioOnInt(on);
     }
     if (mMetaInfoSqliteUtil != nullptr) {
-        mMetaInfoSqliteUtil->setMetaAudioOn(on, kDeviceCurrent);
+        storeNow(SettingRow::on(rowDevice(kDeviceCurrent)),
+                 [&] { mMetaInfoSqliteUtil->setMetaAudioOn(on, kDeviceCurrent); });
     }
     mMetaAudioOn = on;
     return binder::Status::ok();
@@ -27,7 +28,8 @@ binder::Status SonorelService::setMetaAudioMode(int8_t mode, int32_t* status) {
         *status = setMetaAudioModeInt(mode);
     }
     if (mMetaInfoSqliteUtil != nullptr) {
-        mMetaInfoSqliteUtil->updateMetaAudioMode(mode, kDeviceCurrent);
+        storeNow(SettingRow::mode(rowDevice(kDeviceCurrent)),
+                 [&] { mMetaInfoSqliteUtil->updateMetaAudioMode(mode, kDeviceCurrent); });
     }
     // mMetaAudioMode follows in setMetaAudioModeInt and in reloads only.
     return binder::Status::ok();
@@ -75,7 +77,7 @@ binder::Status SonorelService::getMetaAudioOn(bool* on) {
     if (isMetaAudioCanWork()) {
         *on = askMetaAudioOn(__func__);
     } else if (mMetaInfoSqliteUtil != nullptr) {
-        *on = mMetaInfoSqliteUtil->getMetaAudioOn(kDeviceCurrent);
+        *on = readStoredOn(kDeviceCurrent);
     }
     return binder::Status::ok();
 }
@@ -84,7 +86,7 @@ binder::Status SonorelService::getMetaAudioMode(int8_t* mode) {
     if (isMetaAudioCanWork()) {
         *mode = askMetaAudioMode(__func__);
     } else if (mMetaInfoSqliteUtil != nullptr) {
-        *mode = mMetaInfoSqliteUtil->getMetaAudioMode(kDeviceCurrent);
+        *mode = readStoredMode(kDeviceCurrent);
     }
     return binder::Status::ok();
 }
@@ -93,7 +95,7 @@ binder::Status SonorelService::getMetaAudioOnWithDev(int8_t device, bool* on) {
     if (isMetaAudioCanWork() && !justChangeDataBase(device)) {
         *on = askMetaAudioOn(__func__);
     } else if (mMetaInfoSqliteUtil != nullptr) {
-        *on = mMetaInfoSqliteUtil->getMetaAudioOn(device);
+        *on = readStoredOn(device);
     }
     return binder::Status::ok();
 }
@@ -102,9 +104,23 @@ binder::Status SonorelService::getMetaAudioModeWithDev(int8_t device, int8_t* mo
     if (isMetaAudioCanWork() && !justChangeDataBase(device)) {
         *mode = askMetaAudioMode(__func__);
     } else if (mMetaInfoSqliteUtil != nullptr) {
-        *mode = mMetaInfoSqliteUtil->getMetaAudioMode(device);
+        *mode = readStoredMode(device);
     }
     return binder::Status::ok();
+}
+
+bool SonorelService::readStoredOn(int8_t device) const {
+    if (mSpHandler != nullptr) {
+        if (const auto waiting = mSpHandler->waitingOn(rowDevice(device))) return *waiting;
+    }
+    return mMetaInfoSqliteUtil->getMetaAudioOn(static_cast<meta_devices_t>(device));
+}
+
+int8_t SonorelService::readStoredMode(int8_t device) const {
+    if (mSpHandler != nullptr) {
+        if (const auto waiting = mSpHandler->waitingMode(rowDevice(device))) return *waiting;
+    }
+    return mMetaInfoSqliteUtil->getMetaAudioMode(static_cast<meta_devices_t>(device));
 }
 
 bool SonorelService::askMetaAudioOn(const char* method) {
@@ -129,10 +145,7 @@ binder::Status SonorelService::setMetaAudioOnWithDev(bool on, int8_t device, int
         *status = setMetaAudioOnInt(on);
     }
     if (canDeferStoreWrites()) {
-        const sp<AMessage> msg = new AMessage(SpHandler::kWhatMetaOn, mSpHandler);
-        msg->setInt32("meta_on", on);
-        msg->setInt32("meta_dev", device);
-        msg->post();
+        mSpHandler->postMetaOn(SettingRow::on(rowDevice(device)), on, device);
     }
     // Asked again: the headset may have come or gone while the renderer thought.
     if (!justChangeDataBase(device)) {
@@ -148,10 +161,7 @@ binder::Status SonorelService::setMetaAudioModeWithDev(int8_t mode, int8_t devic
         *status = setMetaAudioModeInt(mode);
     }
     if (canDeferStoreWrites()) {
-        const sp<AMessage> msg = new AMessage(SpHandler::kWhatMetaMode, mSpHandler);
-        msg->setInt32("meta_mode", mode);
-        msg->setInt32("meta_dev", device);
-        msg->post();
+        mSpHandler->postMetaMode(SettingRow::mode(rowDevice(device)), mode, device);
     }
     return binder::Status::ok();
 }

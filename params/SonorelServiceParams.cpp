@@ -37,8 +37,8 @@ binder::Status SonorelService::getParameters(const std::string& keys, std::strin
 void SonorelService::initAudioEffectCenter() {
     SONOREL_LOGD("%s +++", __func__);
     if (mMetaInfoSqliteUtil == nullptr) return;
-    mMetaAudioOn = mMetaInfoSqliteUtil->getMetaAudioOn(kDeviceCurrent);
-    mMetaAudioMode = mMetaInfoSqliteUtil->getMetaAudioMode(kDeviceCurrent);
+    mMetaAudioOn = readStoredOn(kDeviceCurrent);
+    mMetaAudioMode = readStoredMode(kDeviceCurrent);
     setMetaAudioOnToClient(mMetaAudioOn, mMetaAudioMode, IHalvendClient::CLIENT_ID_EFFECT_CENTER);
     mNeedInitEffectCenter = false;
     SONOREL_LOGD("%s ---", __func__);

@@ -61,9 +61,9 @@ SonorelService::SonorelService() {
     init();
     if (mSupportSpeaker && mMetaInfoSqliteUtil != nullptr) {
         // The other device class gets its default home positions as well.
-        mMetaInfoSqliteUtil->setCurrentDevice(1);
+        mMetaInfoSqliteUtil->setCurrentDevice(static_cast<meta_devices_t>(1));
         initCustomDefaultSceneHomePos();
-        mMetaInfoSqliteUtil->setCurrentDevice(0);
+        mMetaInfoSqliteUtil->setCurrentDevice(static_cast<meta_devices_t>(0));
     }
     mLooper = new ALooper();
     mSpHandler = new SpHandler(mMetaInfoSqliteUtil);
@@ -128,14 +128,19 @@ void SonorelService::binderDied(const wp<IBinder>&) {
 }
 
 void SonorelService::onAudioServerDied() {
-    mNeedInitMetaAudio = true;
+    (void)needSettingsPush();  // the next registration looks
 }
 
 int SonorelService::onAudioServerRestarted() {
-    // Taken down first: a death during the push raises it again.
-    mNeedInitMetaAudio = false;
-    initQeltoMetaAudio(true);
-    initMss();
+    SettingsPush push;
+    push.need = needSettingsPush();
+    {
+        Mutex::Autolock lock(mClientLock);
+        const sp<CallbackClient> renderer = findClient(IHalvendClient::CLIENT_ID_META_AUDIO);
+        if (renderer != nullptr) push.registration = renderer->mRegistration;
+        mPush = push;
+    }
+    pushSettings(push);
     return 0;
 }
 

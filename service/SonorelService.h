@@ -29,6 +29,7 @@
 #include <array>
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <set>
@@ -54,6 +55,7 @@ class MetaInfoSqliteUtil;
 class MssDatabase;
 struct MssTables;
 struct PolicyTables;
+struct SettingRow;
 class SpHandler;
 
 class SonorelService : public qelto::halvend::BnSonorelService, public IBinder::DeathRecipient {
@@ -62,11 +64,11 @@ public:
     using IHalvendClient = qelto::halvend::IHalvendClient;
 
     // One registration: keeps the client's callback binder, and ends the registration when the
-    // client's process ends. The table and the death in progress own it.
+    // client's process ends. The table owns it, and so does its death while it is handled.
     class CallbackClient : public IBinder::DeathRecipient {
     public:
         CallbackClient(const sp<SonorelService>& service, const sp<IHalvendClient>& client,
-                       int8_t clientId);
+                       int8_t clientId, uint64_t registration);
         ~CallbackClient() override;
         CallbackClient(const CallbackClient&) = delete;
         CallbackClient& operator=(const CallbackClient&) = delete;
@@ -77,6 +79,10 @@ public:
         sp<SonorelService> mService;
         sp<IHalvendClient> mClient;
         int8_t mClientId;
+        // No two registrations of a service have the same number.
+        const uint64_t mRegistration;
+        // Its client's death has been counted. Guarded by the service's mClientLock.
+        bool mHasDied = false;
     };
 
     // ---- 1 Lifecycle: service/SonorelService.cpp
@@ -95,8 +101,8 @@ public:
     void init() EXCLUDES(mLock);
     void onFirstRef() override;
     void binderDied(const wp<IBinder>& who) override;
-    // The host process tells of the audio server's end and return. After a restart the stored
-    // settings are pushed to the clients again; always 0.
+    // The host process calls these at the audio server's end and return. After a restart the stored
+    // settings are pushed to the renderer again, or to the next one that registers; always 0.
     void onAudioServerDied();
     int onAudioServerRestarted();
     binder::Status testSonorelService() override;
@@ -150,6 +156,9 @@ public:
     void initQeltoMetaAudio(bool reload);
     // Returns once every deferred store write that was posted before has been carried out.
     void awaitStoreWrites();
+    // For the end of the host process: waits at most `timeoutMs` for the deferred store writes,
+    // logs each that was not carried out and returns their number.
+    int finishStoreWrites(int timeoutMs);
     // Device class of the settings store: 1 headset, 0 speaker.
     int getDbDeviceType(bool headset) const;
     // True when a request for this device concerns the one that is not live.
@@ -217,7 +226,9 @@ public:
     binder::Status isMetaTrackPlaying(bool* playing) override;
     binder::Status getActiveMetaList(std::string* list) override;
 
-    void startMetaAudioThread() EXCLUDES(mThreadLock);
+    // Starts the worker, if head tracking is on. May wait for a worker that is ending: a period.
+    void startMetaAudioThread() EXCLUDES(mThreadStartLock, mThreadLock);
+    // Asks the worker to exit, and cancels every start that has begun. Never waits.
     int stopMetaAudioThread() EXCLUDES(mThreadLock);
     void setSpMode2Meta(int32_t mode);
 
@@ -278,14 +289,29 @@ public:
 
 private:
     // 3 Clients
+    // A push of everything stored to the renderer: what made it necessary, and to which
+    // registration it goes (0: to none).
+    struct SettingsPush {
+        uint32_t need = 0;
+        uint64_t registration = 0;
+    };
+
     void addClientLocked(const sp<IHalvendClient>& client, int8_t clientId) REQUIRES(mClientLock);
-    size_t removeClientLocked(int8_t clientId) REQUIRES(mClientLock) EXCLUDES(mClientTableLock);
-    void unregisterClientLocked(int8_t clientId) REQUIRES(mClientLock);
-    // The end of a client by its own death, after which client 1 is owed the settings again.
-    void dropDeadClient(int8_t clientId) EXCLUDES(mClientLock);
-    // True when the registered client has to get the stored settings, and no one else gives them.
-    bool takeOwedSettingsLocked(int8_t clientId) REQUIRES(mClientLock);
-    void pushSettings(int8_t clientId) EXCLUDES(mClientLock);
+    // Takes the registration out of the table. The caller releases what it gets after mClientLock:
+    // with it may go the last reference to this service.
+    sp<CallbackClient> takeClientLocked(int8_t clientId) REQUIRES(mClientLock)
+            EXCLUDES(mClientTableLock);
+    // Handles the death of one registration's client, whoever is registered under the id by now.
+    void onClientDied(CallbackClient& client) EXCLUDES(mClientLock);
+    void countDeathLocked(CallbackClient& client) REQUIRES(mClientLock);
+    // From now on a renderer that registers gets everything stored. Returns the need's number.
+    uint32_t needSettingsPush();
+    // Begins the push that the registered renderer needs; false when it needs none, or when another
+    // thread is about it.
+    bool beginNeededPushLocked(SettingsPush* outPush) REQUIRES(mClientLock);
+    // Pushes everything stored to client 1. The need ends with it if it reached a renderer that is
+    // still registered and nothing made another push necessary meanwhile.
+    void pushSettings(const SettingsPush& push) EXCLUDES(mClientLock);
     // 4 Policy
     std::shared_ptr<const PolicyTables> policyTables() const;
     std::shared_ptr<const MssTables> mssTables() const;
@@ -308,17 +334,28 @@ private:
     // 5, 6, 7 Settings
     void switchSettingsUser(int32_t userId) REQUIRES(mUserLock);
     bool canDeferStoreWrites() const;
-    void readStoredPos(int32_t scene, int8_t device, std::vector<float>* pos);
+    // The device class whose row of the settings store an argument means.
+    int32_t rowDevice(int8_t device) const;
+    // Runs `write`, which stores a value for the row on this thread; no deferred write that was
+    // posted before can take it back.
+    void storeNow(const SettingRow& row, const std::function<void()>& write);
+    // What is stored or about to be. They need the settings store.
+    bool readStoredOn(int8_t device) const;
+    int8_t readStoredMode(int8_t device) const;
+    void readStoredPos(int32_t scene, int8_t device, std::vector<float>* pos) const;
     void getCurrentPos(const char* method, int32_t scene, int8_t device, bool live,
                        std::vector<float>* pos);
     void getDefaultPos(const char* method, int32_t scene, bool speaker, std::vector<float>* pos);
     bool askMetaAudioOn(const char* method);
     int8_t askMetaAudioMode(const char* method);
     // 10 Worker thread
-    void requestMetaAudioThreadExit() EXCLUDES(mThreadLock);
+    // Starts the worker unless it was stopped since `stops` was read from mMetaAudioThreadStops.
+    void startMetaAudioThread(uint32_t stops) EXCLUDES(mThreadStartLock, mThreadLock);
     // 12 Game effect
     void switchFastGameEffectUser(int32_t userId) REQUIRES(mUserLock);
-    void syncFastGameEffectStore() EXCLUDES(mGameLock);
+    // Refills the cache from the store, and returns what it then holds.
+    std::map<std::string, int> reloadPkgSwitches() EXCLUDES(mGameLock);
+    void updateFastGameEffectStore(const std::map<std::string, int>& stored) EXCLUDES(mGameLock);
     bool isSwitchablePkg(const std::string& pkgName) const EXCLUDES(mGameLock);
 
     // ---- Data, in construction order.
@@ -362,10 +399,18 @@ private:
     sp<SpHandler> mSpHandler;
     sp<ALooper> mLooper;
     std::string mDbPath{"/data/qelto/multimedia/meta.db"};
+    // The flag and the number of stops change under mThreadLock.
     std::atomic<bool> mMetaAudioThreadEnable{false};
+    std::atomic<uint32_t> mMetaAudioThreadStops{0};
     sp<MetaAudioThread> mMetaAudioThread GUARDED_BY(mThreadLock);
     std::atomic<int32_t> mCurrentUserId{0};
-    std::atomic<bool> mNeedInitMetaAudio{true};
+    // The number of the event (start, death, restart) since which client 1 lacks the settings; 0
+    // when it has them.
+    std::atomic<uint32_t> mNeedInitMetaAudio{1};
+    std::atomic<uint32_t> mLastNeed{1};
+    // The push that was begun last.
+    SettingsPush mPush GUARDED_BY(mClientLock);
+    uint64_t mLastRegistration GUARDED_BY(mClientLock) = 0;
     std::atomic<bool> mIsHeadSetConnected{false};
     std::atomic<int32_t> mMode{0};
     std::atomic<int8_t> mMetaAudioMode{0};
@@ -393,14 +438,21 @@ private:
     sp<MssDatabase> mMssDatabase;
     sp<FgeDatabase> mFgeDatabase;
     std::map<std::string, int> mPkgNameSwitchMap GUARDED_BY(mGameLock);
+    // The number of each package's last choice, so that a reload takes back none.
+    std::map<std::string, uint64_t> mPkgNameChoices GUARDED_BY(mGameLock);
+    uint64_t mLastPkgNameChoice GUARDED_BY(mGameLock) = 0;
     std::map<std::string, int> mListPkgNameSwitchMap GUARDED_BY(mGameLock);
     String8 mPkgNameSwitchMapString GUARDED_BY(mGameLock);
     std::vector<std::string> mPkgNameHaveSwitchVec GUARDED_BY(mGameLock);
 
+    // One caller at a time starts the worker; held while an ending worker is waited for.
+    Mutex mThreadStartLock;
+
     // The leaves.
     mutable Mutex mClientTableLock ACQUIRED_AFTER(mClientLock);
     mutable Mutex mPolicyLock;
-    mutable Mutex mThreadLock;
+    // Held over MetaAudioThread::requestExit() too, which only sets a flag.
+    mutable Mutex mThreadLock ACQUIRED_AFTER(mThreadStartLock);
     mutable Mutex mMssLock;
     mutable Mutex mGameLock;
 };

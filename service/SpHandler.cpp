@@ -20,7 +20,86 @@ void SpHandler::setFgeDatabase(const sp<FgeDatabase>& fgeDatabase) {
     mFgeDatabase = fgeDatabase;
 }
 
+void SpHandler::postMetaOn(const SettingRow& row, bool on, int32_t dev) {
+    const sp<AMessage> msg = new AMessage(kWhatMetaOn, this);
+    msg->setInt32("meta_on", on ? 1 : 0);
+    msg->setInt32("meta_dev", dev);
+    post(row, msg);
+}
+
+void SpHandler::postMetaMode(const SettingRow& row, int32_t mode, int32_t dev) {
+    const sp<AMessage> msg = new AMessage(kWhatMetaMode, this);
+    msg->setInt32("meta_mode", mode);
+    msg->setInt32("meta_dev", dev);
+    post(row, msg);
+}
+
+void SpHandler::postMetaScenePos(const SettingRow& row, int32_t dev, const float* pos) {
+    const sp<AMessage> msg = new AMessage(kWhatMetaScenePos, this);
+    msg->setInt32("meta_scene", row.scene);
+    msg->setInt32("meta_dev", dev);
+    msg->setFloat("meta_pos_x", pos[0]);
+    msg->setFloat("meta_pos_y", pos[1]);
+    msg->setFloat("meta_pos_z", pos[2]);
+    post(row, msg);
+}
+
+void SpHandler::postFastGameEffect(const std::string& pkgName, int32_t value) {
+    const sp<AMessage> msg = new AMessage(kWhatFastGameEffect, this);
+    msg->setString("fge_pkgname", pkgName.c_str(), static_cast<ssize_t>(pkgName.size()));
+    msg->setInt32("fge_switch", value);
+    post(SettingRow::gameSwitch(pkgName), msg);
+}
+
+void SpHandler::post(const SettingRow& row, const sp<AMessage>& msg) {
+    if (mWrites.post(row, msg)) return;
+    SONOREL_LOGE("%s: not stored, too many settings wait: %s", __func__, row.text().c_str());
+}
+
+void SpHandler::writeNow(const SettingRow& row, const std::function<void()>& write) {
+    Mutex::Autolock order(mWriteLock);
+    mWrites.drop(row);
+    write();
+}
+
+std::optional<bool> SpHandler::waitingOn(int32_t device) const {
+    const sp<AMessage> msg = mWrites.newest(SettingRow::on(device));
+    int32_t on = 0;
+    if (msg == nullptr || !msg->findInt32("meta_on", &on)) return std::nullopt;
+    return on == 1;
+}
+
+std::optional<int8_t> SpHandler::waitingMode(int32_t device) const {
+    const sp<AMessage> msg = mWrites.newest(SettingRow::mode(device));
+    int32_t mode = 0;
+    if (msg == nullptr || !msg->findInt32("meta_mode", &mode)) return std::nullopt;
+    return static_cast<int8_t>(mode);
+}
+
+bool SpHandler::waitingScenePos(int32_t device, int32_t scene, float* outPos) const {
+    const sp<AMessage> msg = mWrites.newest(SettingRow::scenePos(device, scene));
+    return msg != nullptr && msg->findFloat("meta_pos_x", &outPos[0]) &&
+           msg->findFloat("meta_pos_y", &outPos[1]) && msg->findFloat("meta_pos_z", &outPos[2]);
+}
+
+std::map<std::string, int> SpHandler::waitingGameSwitches() const {
+    std::map<std::string, int> switches;
+    for (const auto& [pkgName, msg] : mWrites.newestGameSwitches()) {
+        int32_t value = 0;
+        if (msg->findInt32("fge_switch", &value)) switches[pkgName] = value;
+    }
+    return switches;
+}
+
 void SpHandler::onMessageReceived(const sp<AMessage>& msg) {
+    Mutex::Autolock order(mWriteLock);
+    const sp<AMessage> newest = mWrites.begin(msg);
+    if (newest == nullptr) return;
+    carryOut(newest);
+    mWrites.end();
+}
+
+void SpHandler::carryOut(const sp<AMessage>& msg) {
     switch (msg->what()) {
         case kWhatMetaOn:
             return handleMetaOn(msg);

@@ -1,16 +1,23 @@
-// Carries out deferred store writes, one at a time and in posting order, on the "SpHandler" looper.
+// Carries out deferred store writes, one at a time, on the "SpHandler" looper.
 //
 // Binder methods that address a device class, and the game effect's switch, post their write here
-// instead of waiting for the database. Takes none of the service's locks.
+// instead of waiting for the database. What a caller sets last is what ends up in the store,
+// whether it was deferred or not. Takes none of the service's locks.
 #pragma once
 
 #include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include <media/stagefright/foundation/AHandler.h>
 #include <media/stagefright/foundation/AMessage.h>
 #include <utils/Mutex.h>
 #include <utils/StrongPointer.h>
+
+#include "service/DeferredWrites.h"
 
 namespace android {
 
@@ -36,9 +43,32 @@ public:
     // The game effect's store for the messages to come; called on binder threads before each post.
     void setFgeDatabase(const sp<FgeDatabase>& fgeDatabase) EXCLUDES(mFgeLock);
 
-    void onMessageReceived(const sp<AMessage>& msg) override;
+    // Any thread: posts the write of one setting. That of a game switch may wait for others that
+    // were posted before; what does not exist may not be taken and is then logged. See
+    // DeferredWrites.
+    void postMetaOn(const SettingRow& row, bool on, int32_t dev) EXCLUDES(mWriteLock);
+    void postMetaMode(const SettingRow& row, int32_t mode, int32_t dev) EXCLUDES(mWriteLock);
+    void postMetaScenePos(const SettingRow& row, int32_t dev, const float* pos)
+            EXCLUDES(mWriteLock);
+    void postFastGameEffect(const std::string& pkgName, int32_t value) EXCLUDES(mWriteLock);
+
+    // Any thread: runs `write`, which stores a value for the row on this thread; a deferred write
+    // of the row that was posted before is not carried out any more.
+    void writeNow(const SettingRow& row, const std::function<void()>& write) EXCLUDES(mWriteLock);
+
+    // Any thread: the value that waits for its store write, which readers of the store would miss.
+    std::optional<bool> waitingOn(int32_t device) const;
+    std::optional<int8_t> waitingMode(int32_t device) const;
+    [[nodiscard]] bool waitingScenePos(int32_t device, int32_t scene, float* outPos) const;
+    std::map<std::string, int> waitingGameSwitches() const;
+    // What is not stored yet.
+    std::vector<SettingRow> waitingRows() const { return mWrites.waiting(); }
+
+    void onMessageReceived(const sp<AMessage>& msg) override EXCLUDES(mWriteLock);
 
 private:
+    void post(const SettingRow& row, const sp<AMessage>& msg);
+    void carryOut(const sp<AMessage>& msg) REQUIRES(mWriteLock);
     void handleMetaOn(const sp<AMessage>& msg);
     void handleMetaMode(const sp<AMessage>& msg);
     void handleMetaScenePos(const sp<AMessage>& msg);
@@ -51,6 +81,11 @@ private:
 
     // Constant after construction.
     const sp<MetaInfoSqliteUtil> mMetaInfoSqliteUtil;
+
+    DeferredWrites mWrites;
+    // Held over one store write each, as the store's own lock is: no deferred write can land behind
+    // a newer one that a binder thread makes.
+    Mutex mWriteLock ACQUIRED_BEFORE(mFgeLock);
 
     // Leaf: held for the pointer's copy only.
     Mutex mFgeLock;

@@ -4,14 +4,13 @@
 
 namespace android {
 
-void StoreBarrier::await(const sp<ALooper>& looper) {
+bool StoreBarrier::await(const sp<ALooper>& looper, std::chrono::milliseconds patience) {
     const sp<StoreBarrier> barrier = new StoreBarrier();
     looper->registerHandler(barrier);
     const sp<AMessage> msg = new AMessage(0, barrier);
-    if (msg->post() == OK) {
-        barrier->awaitReached();
-    }
+    const bool isReached = msg->post() == OK && barrier->awaitReached(patience);
     looper->unregisterHandler(barrier->id());
+    return isReached;
 }
 
 void StoreBarrier::onMessageReceived(const sp<AMessage>&) {
@@ -20,11 +19,15 @@ void StoreBarrier::onMessageReceived(const sp<AMessage>&) {
     mCondition.broadcast();
 }
 
-void StoreBarrier::awaitReached() {
+bool StoreBarrier::awaitReached(std::chrono::milliseconds patience) {
+    const auto deadline = std::chrono::steady_clock::now() + patience;
     Mutex::Autolock lock(mMutex);
     while (!mReached) {
-        (void)mCondition.wait(mMutex);  // fails on a broken mutex only
+        const std::chrono::nanoseconds left = deadline - std::chrono::steady_clock::now();
+        if (left.count() <= 0) return false;
+        (void)mCondition.waitRelative(mMutex, left.count());  // the loop looks
     }
+    return true;
 }
 
 }  // namespace android

@@ -41,6 +41,11 @@ const String16& BpBinder::getInterfaceDescriptor() const {
 }
 
 bool BpBinder::isBinderAlive() const {
+    // The driver may not have come to the end of a process that has exited already.
+    return isKnownAlive() && !mOwner->hasHungUp();
+}
+
+bool BpBinder::isKnownAlive() const {
     // Test the peer too: the driver marks its proxies one by one, but after a caller has seen the
     // death of one, all must be dead.
     return mAlive.load(std::memory_order_acquire) && !mOwner->isDead();
@@ -64,7 +69,7 @@ status_t BpBinder::dump(int fd, const Vector<String16>& args) {
 }
 
 status_t BpBinder::transact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags) {
-    if (!isBinderAlive()) return DEAD_OBJECT;
+    if (!isKnownAlive()) return DEAD_OBJECT;
     const status_t status = mHost.transact(*this, code, data, reply, flags);
     if (status != OK && reply != nullptr && (flags & FLAG_ONEWAY) == 0) {
         reply->freeData();
@@ -77,7 +82,7 @@ status_t BpBinder::linkToDeath(const sp<DeathRecipient>& recipient, void* cookie
     if (recipient == nullptr) return BAD_VALUE;
     Mutex::Autolock lock(mLock);
     // Under the lock: whoever marks the proxy dead takes the links under it afterwards.
-    if (!isBinderAlive()) return DEAD_OBJECT;
+    if (!isKnownAlive()) return DEAD_OBJECT;
     mLinks.push_back({recipient, cookie, flags});
     return OK;
 }
@@ -85,7 +90,7 @@ status_t BpBinder::linkToDeath(const sp<DeathRecipient>& recipient, void* cookie
 status_t BpBinder::unlinkToDeath(const wp<DeathRecipient>& recipient, void* cookie, uint32_t flags,
                                  wp<DeathRecipient>* outRecipient) {
     Mutex::Autolock lock(mLock);
-    if (!isBinderAlive()) return DEAD_OBJECT;
+    if (!isKnownAlive()) return DEAD_OBJECT;
     const auto link = std::find_if(mLinks.begin(), mLinks.end(), [&](const DeathLink& candidate) {
         if (recipient != nullptr) {
             return candidate.recipient == recipient && candidate.flags == flags;

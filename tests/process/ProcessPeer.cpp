@@ -8,10 +8,20 @@
 //   process_peer reload            on each line of stdin: calls checkAndUpdatePolicy, and prints
 //                                  the line and the answer
 //   process_peer storm SEED COUNT  COUNT calls of all methods in random order
+//   process_peer tick SEED COUNT   COUNT times, or for -COUNT seconds, switches the tick or head
+//                                  tracking on or off
+//   process_peer flood SEED COUNT  COUNT deferred settings, most of which do not exist
+//   process_peer renderer          on a line of stdin: registers as client 1, says when it has got
+//                                  everything
+//   process_peer choose ROW        on a line of stdin with a seed: sets one setting several times,
+//   each
+//                                  time reads it, and says what it set last
 
 #include <memory>
 
+#include <algorithm>
 #include <charconv>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <limits>
@@ -158,6 +168,112 @@ int storm(const sp<ISonorelService>& service, uint32_t seed, int64_t count) {
     return 0;
 }
 
+int tick(const sp<ISonorelService>& service, uint32_t seed, int64_t count) {
+    using std::chrono::steady_clock;
+    const auto end = steady_clock::now() + std::chrono::seconds(std::max<int64_t>(-count, 0));
+    Draw draw(seed);
+    for (int64_t i = 0; i < count || (count < 0 && steady_clock::now() < end); ++i) {
+        const bool on = draw.flag();
+        const Status status = draw.chance(4) ? service->setHeadTrackerEnable(on)
+                                             : service->setMetaAudioThreadEnable(on);
+        if (!status.isOk()) return kFailure;
+    }
+    say("done");
+    return 0;
+}
+
+int flood(const sp<ISonorelService>& service, uint32_t seed, int64_t count) {
+    Draw draw(seed);
+    for (int64_t i = 0; i < count; ++i) {
+        const auto device = static_cast<int8_t>(draw.number(-128, 127));
+        if (!service->setCurrentPosWithDev(draw.anyInt(), {1, 2, 3}, device).isOk()) {
+            return kFailure;
+        }
+        if (!service->setCurrentPosWithDev(draw.number(1, 13), {1, 2, 3}, 1).isOk()) {
+            return kFailure;
+        }
+    }
+    say("done");
+    return 0;
+}
+
+int render(const sp<ISonorelService>& service) {
+    const sp<RecordingClient> client = new RecordingClient();
+    say("connected");
+    (void)getchar();
+    if (!service->registerClient(client, IHalvendClient::CLIENT_ID_META_AUDIO).isOk()) {
+        return kFailure;
+    }
+    // The push ends with the spatializer's state; the positions before it are as many as scenes.
+    if (!client->waitFor(IHalvendClient::CB_LOAD_XML_AND_SQLITE) ||
+        !client->waitFor(IHalvendClient::CB_SET_META_AUDIO_ON) ||
+        !client->waitFor(IHalvendClient::CB_SET_META_AUDIO_MODE) ||
+        !client->waitFor(IHalvendClient::CB_SET_CURRENT_POS, 13) ||
+        !client->waitFor(IHalvendClient::CB_SET_SP_MODE)) {
+        return kFailure;
+    }
+    say("whole");
+    waitForInputEnd();
+    return 0;
+}
+
+// One setting, set at once or deferred; reads it back. Row 0 is the mode, 1 on/off, 2 a game's
+// switch, from 3 on the position of scene ROW.
+bool choose(ISonorelService& service, int64_t row, bool isDeferred, int32_t value) {
+    constexpr int8_t kNoDevice = -1;
+    int32_t status = 0;
+    if (row == 0) {
+        const auto mode = static_cast<int8_t>(value);
+        int8_t read = -1;
+        return (isDeferred ? service.setMetaAudioModeWithDev(mode, kNoDevice, &status)
+                           : service.setMetaAudioMode(mode, &status))
+                       .isOk() &&
+               service.getMetaAudioModeWithDev(kNoDevice, &read).isOk() && read == mode;
+    }
+    if (row == 1) {
+        const bool on = value % 2 != 0;
+        bool read = !on;
+        return (isDeferred ? service.setMetaAudioOnWithDev(on, kNoDevice, &status)
+                           : service.setMetaAudioOn(on, &status))
+                       .isOk() &&
+               service.getMetaAudioOnWithDev(kNoDevice, &read).isOk() && read == on;
+    }
+    if (row == 2) {
+        std::string text;
+        int32_t read = -1;
+        return service.setFastGameEffectOn("a", value, &status).isOk() &&
+               (isDeferred ? service.loadPkgSwitchInFastSql(&text)
+                           : service.syncGameListInfo("a 1\n"))
+                       .isOk() &&
+               service.getFastGameEffectOn("a", &read).isOk() && read == value;
+    }
+    const auto scene = static_cast<int32_t>(row);
+    const std::vector<float> pos = {static_cast<float>(value), 0, 0};
+    std::vector<float> read(3);
+    return (isDeferred ? service.setCurrentPosWithDev(scene, pos, kNoDevice)
+                       : service.javaCallSetCurrentPos(scene, pos))
+                   .isOk() &&
+           service.getCurrentPosWithDev(scene, &read, kNoDevice).isOk() && read == pos;
+}
+
+int chooseOnDemand(const sp<ISonorelService>& service, int64_t row) {
+    say("connected");
+    unsigned seed = 0;
+    while (scanf("%u", &seed) == 1) {  // NOLINT(cert-err34-c): from the test that started it
+        Draw draw(seed);
+        int32_t value = 0;
+        for (int32_t left = draw.number(2, 6); left > 0; --left) {
+            value = draw.number(0, 100);
+            if (!choose(*service, row, draw.flag(), value)) {
+                say("lost " + std::to_string(value));
+                return kFailure;
+            }
+        }
+        say("seed " + std::to_string(seed) + " last " + std::to_string(value));
+    }
+    return 0;
+}
+
 int run(const std::string& role, int64_t first, int64_t second) {
     const sp<ISonorelService> service = connectToService();
     if (service == nullptr) {
@@ -173,6 +289,10 @@ int run(const std::string& role, int64_t first, int64_t second) {
     if (role == "call") return callAndTell(service);
     if (role == "reload") return reload(service);
     if (role == "storm") return storm(service, static_cast<uint32_t>(first), second);
+    if (role == "tick") return tick(service, static_cast<uint32_t>(first), second);
+    if (role == "flood") return flood(service, static_cast<uint32_t>(first), second);
+    if (role == "renderer") return render(service);
+    if (role == "choose") return chooseOnDemand(service, first);
     fprintf(stderr, "no role %s\n", role.c_str());
     return kUsage;
 }

@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "process/ContentionRounds.h"
 #include "process/CrashRounds.h"
 #include "process/PolicyRounds.h"
 #include "process/StormRounds.h"
@@ -10,6 +11,7 @@
 namespace sonorel::test {
 namespace {
 
+using Contention = ContentionRounds;
 using Crash = CrashRounds;
 using Visit = VisitRounds;
 using Policy = PolicyRounds;
@@ -22,6 +24,23 @@ TEST_F(Visit, TwoHundredClientsTwentyTimesOver) {
 
 TEST_F(Crash, ThreeHundredKills) {
     run(300, 2);
+}
+
+TEST_F(Contention, TwoHundredRoundsOfTicks) {
+    switchTicks(200, 3, 60);
+}
+
+TEST_F(Contention, TwentyFourCallersSwitchTicksForAMinute) {
+    switchTicks(1, 24, -60);
+    expectSilenceAfterDisable();
+}
+
+TEST_F(Contention, TwoHundredRoundsOfSettings) {
+    chooseSettings(200);
+}
+
+TEST_F(Contention, TwoHundredRenderers) {
+    replaceRenderers(200);
 }
 
 TEST_F(Storm, EightCallersForTwentyThousandCallsEach) {

@@ -66,6 +66,109 @@ TEST_F(Clients, RendererGetsTheSettingsOnceAndAgainAfterItsDeath) {
     EXPECT_EQ(13U, mEvents.count(1, IHalvendClient::CB_SET_CURRENT_POS));
 }
 
+// Each row: what happens between two registrations of a renderer that got everything before.
+TEST_F(Clients, ARendererGetsEverythingOnceAfterWhateverMadeItNecessary) {
+    product(true);
+    start();
+    const auto wasGivenEverything = [this] {
+        const size_t begun = mEvents.count(1, IHalvendClient::CB_LOAD_XML_AND_SQLITE);
+        EXPECT_EQ(13 * begun, mEvents.count(1, IHalvendClient::CB_SET_CURRENT_POS));
+        mEvents.clear();
+        return begun;
+    };
+    addClient(1);
+    EXPECT_EQ(1U, wasGivenEverything());
+    const auto unregister = [this] { ASSERT_TRUE(mService->unregisterClient(1).isOk()); };
+    const struct {
+        const char* name;
+        std::function<void()> happening;
+        size_t pushedMeanwhile;
+        size_t pushedToNext;
+    } rows[] = {
+            {"unregistered", [&] { unregister(); }, 0, 0},
+            {"died", [&] { mService->findClient(1)->binderDied(nullptr); }, 0, 1},
+            {"audio server died", [&] { mService->onAudioServerDied(), unregister(); }, 0, 1},
+            {"restarted with it", [&] { mService->onAudioServerRestarted(), unregister(); }, 1, 0},
+            {"restarted without it", [&] { unregister(), mService->onAudioServerRestarted(); }, 0,
+             1},
+            {"died and restarted",
+             [&] {
+                 mService->onAudioServerDied();
+                 mService->onAudioServerRestarted();
+                 unregister();
+             },
+             1, 0},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        row.happening();
+        EXPECT_EQ(row.pushedMeanwhile, wasGivenEverything());
+        addClient(1);
+        EXPECT_EQ(row.pushedToNext, wasGivenEverything());
+        addClient(1);  // ignored
+        EXPECT_EQ(0U, wasGivenEverything());
+    }
+}
+
+// What another thread does between two events of a push.
+TEST_F(Clients, ARendererThatChangesDuringAPushLeavesTheNextOneEverything) {
+    product(true);
+    start();
+    addClient(1);
+    EventLog next;
+    const auto registerNext = [&] {
+        EXPECT_TRUE(mService->registerClient(new FakeClient(1, &next), 1).isOk());
+    };
+    const auto unregister = [&] { EXPECT_TRUE(mService->unregisterClient(1).isOk()); };
+    const struct {
+        const char* name;
+        std::function<void()> meanwhile;
+        size_t pushedToNext;
+    } rows[] = {
+            {"nothing", [] {}, 0},
+            {"registered again", [&] { registerNext(); }, 0},
+            {"audio server died", [&] { mService->onAudioServerDied(); }, 1},
+            {"died", [&] { mService->findClient(1)->binderDied(nullptr); }, 1},
+            {"unregistered", [&] { unregister(); }, 1},
+            {"replaced", [&] { unregister(), registerNext(); }, 1},
+            {"died and replaced",
+             [&] { mService->findClient(1)->binderDied(nullptr), registerNext(); }, 1},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        bool isReached = false;
+        mCapture.onNext("setMetaAudioOnInt ---", [&] {
+            isReached = true;
+            std::thread(row.meanwhile).join();
+        });
+        EXPECT_EQ(0, mService->onAudioServerRestarted());
+        EXPECT_TRUE(isReached);
+        unregister();
+        registerNext();
+        // Whole, and not the rest of the other's push with it.
+        for (const int32_t event : {14, 0, 1, 10})
+            EXPECT_EQ(row.pushedToNext, next.count(1, event)) << event;
+        EXPECT_EQ(13 * row.pushedToNext, next.count(1, IHalvendClient::CB_SET_CURRENT_POS));
+        unregister();
+        addClient(1);
+        next.clear();
+    }
+}
+
+TEST_F(Clients, ADeathEndsItsOwnRegistrationOnly) {
+    start();
+    addClient(1);
+    const auto first = mService->findClient(1);
+    ASSERT_TRUE(mService->unregisterClient(1).isOk());
+    addClient(1);
+    const auto successor = mService->findClient(1);
+    mEvents.clear();
+    first->binderDied(nullptr);
+    EXPECT_EQ(successor, mService->findClient(1));
+    addClient(1);
+    EXPECT_TRUE(mEvents.lines().empty()) << "nothing changed for the successor";
+}
+
 // What a proxy answers whose process has ended.
 class DeadClient : public FakeClient {
 public:
@@ -74,6 +177,29 @@ public:
         return android::DEAD_OBJECT;
     }
 };
+
+// One whose process ended after it had registered, before its death was handled.
+class DyingClient : public FakeClient {
+public:
+    using FakeClient::FakeClient;
+    bool isBinderAlive() const override { return false; }
+};
+
+TEST_F(Clients, ADeadOneDoesNotKeepItsSuccessorOut) {
+    start();
+    ASSERT_TRUE(mService->registerClient(new DyingClient(1, &mEvents), 1).isOk());
+    const auto dead = mService->findClient(1);
+    mEvents.clear();
+    addClient(1);
+    const auto successor = mService->findClient(1);
+    EXPECT_NE(dead, successor);
+    EXPECT_EQ(13U, mEvents.count(1, IHalvendClient::CB_SET_CURRENT_POS));
+    mEvents.clear();
+    dead->binderDied(nullptr);
+    EXPECT_EQ(successor, mService->findClient(1));
+    addClient(1);
+    EXPECT_TRUE(mEvents.lines().empty()) << "the death was counted twice";
+}
 
 TEST_F(Clients, OneThatDiedWhileItRegisteredLeavesTheSettingsToTheNext) {
     product(true);
@@ -104,6 +230,11 @@ TEST_F(Clients, EffectCentreGetsOnOffAndModeOnSpeakerProductsOnly) {
     ASSERT_TRUE(mService->unregisterClient(4).isOk());
     addClient(4);
     EXPECT_TRUE(mEvents.lines().empty()) << "the first push is the only one";
+    restart();
+    addClient(4);
+    EXPECT_EQ((std::vector<std::string>{"client 4 event 24 one-way enable=1 mode=3"}),
+              mEvents.takeLines())
+            << "from the store";
 }
 
 TEST_F(Clients, AFailedAnswerLeavesTheSendersRecordAlone) {

@@ -3,6 +3,8 @@
 
 #include "game/GameFlags.h"
 #include "service/ServiceHarness.h"
+#include "stores/StoreFixture.h"
+#include "support/Wait.h"
 
 namespace sonorel::test {
 
@@ -99,6 +101,32 @@ TEST_F(Game, ValuesComeBackWithTheirPackageAndFollowTheUser) {
     EXPECT_EQ(R"({"a":7,"b":4})", load());
     ASSERT_TRUE(mService->setCurrentUserID(10).isOk());
     EXPECT_EQ(R"({"a":9,"b":0})", load());
+}
+
+// The database is locked by another program: a reload finds what waits for it, and takes back no
+// switch that was set meanwhile.
+TEST_F(Game, ReloadsKeepWhatIsNotStoredYet) {
+    if (!gSupportFastGameEffect || !gFastGameEffectShowUi)
+        GTEST_SKIP() << "the feature is not whole";
+    start();
+    sync("a 1\nb 1\n");
+    (void)load();
+    android::RawDatabase other(mRoot.path("data/qelto/multimedia/meta.db"));
+    other.run("BEGIN IMMEDIATE");
+    EXPECT_EQ(-1, set("a", 1)) << "no renderer";
+    EXPECT_EQ(-1, set("a", 7));
+    std::string text;
+    EXPECT_TRUE(mService->loadPkgSwitchInFastSql(&text).isOk());
+    EXPECT_EQ(R"({"a":7,"b":0})", text);
+    EXPECT_EQ(7, get("a"));
+    sync("a 1\nb 1\n");
+    EXPECT_EQ(7, get("a"));
+    EXPECT_EQ("0", other.query("SELECT max(value) FROM FGE_INFO"));
+    other.run("ROLLBACK");
+    EXPECT_TRUE(eventually([&] {
+        mService->awaitStoreWrites();
+        return other.query("SELECT max(value) FROM FGE_INFO") == "7";
+    }));
 }
 
 TEST_F(Game, StrangersGetMinusOne) {

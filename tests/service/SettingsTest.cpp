@@ -2,6 +2,8 @@
 // the store keeps, what is answered.
 
 #include "service/ServiceHarness.h"
+#include "stores/StoreFixture.h"
+#include "support/Wait.h"
 
 namespace sonorel::test {
 
@@ -135,9 +137,16 @@ TEST_F(Settings, SpeakerProductWalkThroughDevicesAndUsers) {
     EXPECT_EQ(push(true, false, 0, "-1,-2,-3", "13,0.5,0.25", 1), mEvents.takeLines());
     EXPECT_EQ("on=0 mode=1 scene1=1,2,3", stored(1));
 
+    // A new user on the speaker, whose headset's side is seeded as well.
+    ASSERT_TRUE(mService->setCurrentUserID(11).isOk());
+    EXPECT_EQ(push(true, false, 0, "-1,-2,-3", "13,0.5,0.25", 0), mEvents.takeLines());
+    EXPECT_EQ("on=0 mode=0 scene1=1,2,3", stored(1));
+    ASSERT_TRUE(mService->setMetaAudioMode(9, &status).isOk());
+    mEvents.clear();
+
     // Back to the first user, and over a restart of the service.
     ASSERT_TRUE(mService->setCurrentUserID(0).isOk());
-    EXPECT_EQ(push(true, true, 2, "1,1,1", "13,0.5,0.25", 0), mEvents.takeLines());
+    EXPECT_EQ(push(true, true, 2, "1,1,1", "13,0.5,0.25", 9), mEvents.takeLines());
     restart();
     EXPECT_EQ("on=1 mode=5 scene1=2,2,2", stored(1));
     addClient(1, renderer());
@@ -164,7 +173,7 @@ TEST_F(Settings, DeferredWritesStayWithTheirUserAndDevice) {
     }
 }
 
-TEST_F(Settings, DeferredWritesLandInPostingOrder) {
+TEST_F(Settings, OfDeferredWritesTheLastStays) {
     product(true);
     start();
     int32_t status = 0;
@@ -173,6 +182,43 @@ TEST_F(Settings, DeferredWritesLandInPostingOrder) {
         ASSERT_TRUE(mService->setMetaAudioOnWithDev(i % 2 == 1, 1, &status).isOk());
     }
     EXPECT_EQ(0, stored(1).rfind("on=0 mode=100", 0));
+}
+
+// The database is locked by another program: nothing that is deferred reaches it, and yet a caller
+// finds what it has set, and so does a renderer that is pushed to.
+TEST_F(Settings, WhatWaitsForTheStoreIsReadAndPushed) {
+    start();
+    addClient(1, renderer());
+    android::RawDatabase other(mRoot.path("data/qelto/multimedia/meta.db"));
+    other.run("BEGIN IMMEDIATE");
+    int32_t status = 0;
+    for (const int8_t round : {1, 2}) {
+        ASSERT_TRUE(mService->setMetaAudioOnWithDev(round == 2, -1, &status).isOk());
+        ASSERT_TRUE(mService->setMetaAudioModeWithDev(static_cast<int8_t>(round * 3), 1, &status)
+                            .isOk());
+        ASSERT_TRUE(mService->setCurrentPosWithDev(1, pos(round, 0, 0), 1).isOk());
+        ASSERT_TRUE(mService->setCurrentPosWithDev(99, pos(9, 9, 9), 1).isOk()) << "no such scene";
+    }
+    for (const int8_t device : {-1, 1}) {
+        bool on = false;
+        int8_t mode = 0;
+        std::vector<float> xyz(3);
+        EXPECT_TRUE(mService->getMetaAudioOnWithDev(device, &on).isOk());
+        EXPECT_TRUE(mService->getMetaAudioModeWithDev(device, &mode).isOk());
+        EXPECT_TRUE(mService->getCurrentPosWithDev(1, &xyz, device).isOk());
+        EXPECT_TRUE(on);
+        EXPECT_EQ(6, mode);
+        EXPECT_EQ(pos(2, 0, 0), xyz);
+    }
+    mEvents.clear();
+    ASSERT_TRUE(mService->notitySpHeadsetConnectionState(true).isOk());
+    EXPECT_EQ(push(false, true, 6, "2,0,0", "13,0.5,0.25", 0), mEvents.takeLines());
+    EXPECT_EQ("0", other.query("SELECT count(*) FROM META_INFO WHERE mode <> 0 OR is_on <> 0"));
+    other.run("ROLLBACK");
+    EXPECT_TRUE(eventually([&] {
+        mService->awaitStoreWrites();
+        return other.query("SELECT is_on || mode FROM META_INFO WHERE device = 1") == "16";
+    }));
 }
 
 TEST_F(Settings, PlainModeSetterLeavesTheCacheToTheWorker) {

@@ -1,8 +1,15 @@
 // Playback relays, head tracking, headset notifications, spatializer state and the worker thread.
 
+#include <sys/resource.h>
+
 #include <condition_variable>
+#include <cstdlib>
+#include <filesystem>
+#include <future>
+#include <thread>
 
 #include "service/ServiceHarness.h"
+#include "support/Wait.h"
 
 namespace sonorel::test {
 
@@ -187,6 +194,78 @@ TEST_F(Tracking, ThreadStartsOnlyWithHeadsetMetaAudioAndTracking) {
     // Switching head tracking off stops the thread as well.
     ASSERT_TRUE(mService->setHeadTrackerEnable(false).isOk());
     ASSERT_TRUE(mService->unregisterClient(3).isOk());
+}
+
+// The worker's thread id, 0 while there is none.
+pid_t workerThread() {
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+        if (readFile(task.path() / "comm") != "MetaAudioThread\n") continue;
+        return static_cast<pid_t>(std::strtol(task.path().filename().c_str(), nullptr, 10));
+    }
+    return 0;
+}
+
+// A start is under way, held up by a renderer that thinks while client 3 is about to be asked.
+TEST_F(Tracking, WhoeverSwitchesLastDecidesOverAStartUnderWay) {
+    std::promise<void>* asked = nullptr;
+    std::shared_future<void> released;
+    start();
+    addClient(1, [&](int32_t event, const CallbackData&, CallbackData*) {
+        if (event != IHalvendClient::CB_IS_META_TRACK_PLAYING) return;
+        asked->set_value();
+        released.wait();
+    });
+    addClient(3);
+    plugAndSwitchOn();
+    const auto enable = [this](bool on) {
+        const ScopedCaller system(kSystemUid);
+        EXPECT_TRUE(mService->setMetaAudioThreadEnable(on).isOk());
+    };
+    const auto track = [this](bool on) { EXPECT_TRUE(mService->setHeadTrackerEnable(on).isOk()); };
+    const struct {
+        const char* name;
+        std::function<void()> meanwhile;
+        bool isEnabledAgain;
+    } rows[] = {
+            {"nothing", [] {}, true},
+            {"disable", [&] { enable(false); }, false},
+            {"disable, enable", [&] { enable(false); }, true},
+            {"tracking off", [&] { track(false); }, false},
+            {"tracking off, on", [&] { track(false), track(true); }, false},
+            {"tracking off, on, enable", [&] { track(false), track(true); }, true},
+    };
+    constexpr char kStarting[] = "setMetaAudioThreadEnable: NATIVE_NOTIFY_SP_CHECK_SENSOR";
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        track(true);
+        std::promise<void> thinking;
+        std::promise<void> release;
+        asked = &thinking;
+        released = release.get_future().share();
+        bool playing = false;
+        std::thread renderer([&] { EXPECT_TRUE(mService->isMetaTrackPlaying(&playing).isOk()); });
+        thinking.get_future().wait();
+        mCapture.clear();
+        std::vector<std::thread> callers;
+        callers.emplace_back(enable, true);
+        EXPECT_TRUE(mCapture.waitFor(kStarting));
+        row.meanwhile();
+        if (row.isEnabledAgain) {
+            callers.emplace_back(enable, true);
+            EXPECT_TRUE(eventually([&] { return mCapture.count(kStarting) == 2; }));
+        }
+        release.set_value();
+        renderer.join();
+        for (std::thread& caller : callers)
+            caller.join();
+        EXPECT_TRUE(eventually([&] { return (workerThread() != 0) == row.isEnabledAgain; }));
+        if (const pid_t worker = workerThread(); worker != 0 && ::geteuid() == 0) {
+            EXPECT_EQ(-16, ::getpriority(PRIO_PROCESS, static_cast<id_t>(worker)));
+        }
+        // The next switches find the flag as the worker is.
+        enable(false);
+        EXPECT_TRUE(eventually([] { return workerThread() == 0; }));
+    }
 }
 
 TEST_F(Tracking, RenderersAnswersPassThrough) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <utility>
 
 namespace sonorel::test {
 namespace {
@@ -34,12 +35,26 @@ LogCapture::~LogCapture() {
 }
 
 void LogCapture::record(const __android_logger_data* data, const char* message) {
-    std::lock_guard installed(installMutex());
-    if (gCapture == nullptr) return;
-    std::lock_guard lock(gCapture->mMutex);
-    gCapture->mLines.push_back({data->priority, data->tag == nullptr ? "" : data->tag,
-                                message == nullptr ? "" : message});
-    gCapture->mAdded.notify_all();
+    std::function<void()> then;
+    {
+        std::lock_guard installed(installMutex());
+        if (gCapture == nullptr) return;
+        std::lock_guard lock(gCapture->mMutex);
+        gCapture->mLines.push_back({data->priority, data->tag == nullptr ? "" : data->tag,
+                                    message == nullptr ? "" : message});
+        gCapture->mAdded.notify_all();
+        const std::string& logged = gCapture->mLines.back().message;
+        if (gCapture->mThen != nullptr && logged.find(gCapture->mPart) != std::string::npos) {
+            then.swap(gCapture->mThen);
+        }
+    }
+    if (then != nullptr) then();
+}
+
+void LogCapture::onNext(const std::string& part, std::function<void()> then) {
+    std::lock_guard lock(mMutex);
+    mPart = part;
+    mThen = std::move(then);
 }
 
 std::vector<LogLine> LogCapture::lines() const {

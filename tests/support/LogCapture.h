@@ -37,6 +37,10 @@ public:
     bool contains(const std::string& part) const;
     void clear();
 
+    // Calls `then` on the thread that next logs a message with `part` in it, before that thread
+    // goes on: a way into the middle of what it does, where it holds no lock that the test needs.
+    void onNext(const std::string& part, std::function<void()> then);
+
     // Waits until some line, recorded before or during the call, satisfies the predicate. False
     // when `within` passed first. The predicate must not log.
     [[nodiscard]] bool waitFor(const std::function<bool(const LogLine&)>& predicate,
@@ -52,6 +56,8 @@ private:
     mutable std::mutex mMutex;
     mutable std::condition_variable mAdded;
     std::vector<LogLine> mLines;
+    std::string mPart;
+    std::function<void()> mThen;
 };
 
 }  // namespace sonorel::test

@@ -76,6 +76,9 @@ private:
              bool alive);
     ~BpBinder() override;
 
+    // What the driver has seen so far; asks the kernel nothing.
+    [[nodiscard]] bool isKnownAlive() const;
+
     transport::ProxyHost& mHost;
     const std::shared_ptr<transport::Peer> mOwner;  // null when it was dead as the proxy came
     const uint64_t mId;

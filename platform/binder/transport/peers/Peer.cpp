@@ -225,6 +225,11 @@ bool Peer::streamEnded(const LinkPtr& stream) {
     return --mStreams == 0;
 }
 
+bool Peer::hasHungUp() const {
+    const LinkPtr link = stream();
+    return link != nullptr && link->hasHungUp(0);
+}
+
 bool Peer::confirmEnd() const {
     const LinkPtr link = stream();
     return link == nullptr || link->hasHungUp(kEndGraceMilliseconds);

@@ -121,7 +121,9 @@ public:
     void endLinks() EXCLUDES(mLock);
     /** Forgets a STREAM that was read to its end; true for the last one. */
     [[nodiscard]] bool streamEnded(const LinkPtr& stream) EXCLUDES(mLock);
-    /** True once the peer's STREAM has hung up; waits shortly for it. */
+    /** True once the peer's STREAM has hung up, whatever of it is still to be read. */
+    [[nodiscard]] bool hasHungUp() const EXCLUDES(mLock);
+    /** The same without a STREAM too; waits shortly for it. */
     [[nodiscard]] bool confirmEnd() const EXCLUDES(mLock);
 
 private:

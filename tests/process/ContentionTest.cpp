@@ -1,0 +1,63 @@
+// Short forms of the rounds with several processes; tests/process/SoakTest.cpp has the long ones.
+
+#include "process/ContentionRounds.h"
+#include "stores/StoreFixture.h"
+
+namespace sonorel::test {
+namespace {
+
+using android::RawDatabase;
+
+using Contention = ContentionRounds;
+
+TEST_F(Contention, TicksFollowTheLastSwitch) {
+    switchTicks(3, 6, 200);
+}
+
+TEST_F(Contention, WhatACallerSetLastIsReadAndStored) {
+    chooseSettings(15);
+}
+
+TEST_F(Contention, EachRendererGetsEverything) {
+    replaceRenderers(10);
+}
+
+// Settings that come faster than the database takes them, from a process that nothing forbids it.
+TEST_F(Contention, AFloodOfDeferredSettingsTakesNoMemoryAndHoldsUpItsSenderOnly) {
+    ASSERT_NO_FATAL_FAILURE(start(speakerProduct()));
+    RawDatabase other(mRoot.databasePath());
+    other.run("CREATE TABLE DIARY(number INTEGER PRIMARY KEY)");
+    for (const char* change : {"INSERT", "UPDATE"}) {
+        other.run(std::string("CREATE TRIGGER POS_") + change + " AFTER " + change +
+                  " ON META_INFO_POSITION BEGIN INSERT INTO DIARY VALUES(NULL); END");
+    }
+    const long residentBefore = figuresOf(mDaemon->process().pid()).residentKb;
+    other.run("BEGIN IMMEDIATE");
+    std::vector<std::unique_ptr<ChildProcess>> floods;
+    for (const char* seed : {"1", "2", "3"}) {
+        floods.push_back(std::make_unique<ChildProcess>(peer({"flood", seed, "20000"})));
+    }
+    // A caller who sets what exists is not held up, and finds what it has set.
+    for (int32_t scene = 1; scene <= 13; ++scene) {
+        const std::vector<float> set = {static_cast<float>(scene), 5, 5};
+        std::vector<float> read(3);
+        EXPECT_TRUE(mService->setCurrentPosWithDev(scene, set, 0).isOk());
+        EXPECT_TRUE(mService->getCurrentPosWithDev(scene, &read, 0).isOk());
+        EXPECT_EQ(set, read);
+    }
+    other.run("COMMIT");
+    for (const auto& flood : floods) {
+        const auto end = flood->wait();
+        ASSERT_TRUE(end.has_value());
+        EXPECT_TRUE(end->exited && end->code == 0) << flood->errors();
+    }
+    // At most one write a setting is left to wait for, however many were asked for.
+    const int done = std::stoi(other.query("SELECT count(*) FROM DIARY"));
+    ASSERT_TRUE(mService->notitySpHeadsetConnectionState(true).isOk());
+    EXPECT_LE(std::stoi(other.query("SELECT count(*) FROM DIARY")) - done, 2 * 13);
+    EXPECT_LE(figuresOf(mDaemon->process().pid()).residentKb - residentBefore, 8 * 1024);
+    expectServes();
+}
+
+}  // namespace
+}  // namespace sonorel::test
