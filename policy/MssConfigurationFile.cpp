@@ -16,7 +16,7 @@ namespace {
 // The types' values are fixed, the names of their enumerators are the converter library's own.
 constexpr auto kDefaultScene = static_cast<MssSceneType>(0);
 constexpr auto kSphereScene = static_cast<MssSceneType>(1);
-constexpr auto kNoScene = static_cast<MssSceneType>(2);  // one past the last
+constexpr auto kSceneEnd = static_cast<MssSceneType>(2);  // one past the last
 constexpr int kValuesOfParameter = 8;
 
 }  // namespace
@@ -46,7 +46,7 @@ void parseScene(const xmlAttr* attribute, MssParamInfoFromXML* info,
     const XmlText text(attribute);
     const char* name = text.get() != nullptr ? text.get() : "";
     const auto scene = mssSceneTypeMap.find(name);
-    if (scene != mssSceneTypeMap.end() && scene->second != kNoScene) {
+    if (scene != mssSceneTypeMap.end() && scene->second != kSceneEnd) {
         info->mssScene = scene->second;
         return;
     }

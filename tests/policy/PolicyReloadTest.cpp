@@ -103,48 +103,71 @@ TEST_F(PolicyReload, EveryAnswerDuringReloadsIsOneWholeFile) {
     EXPECT_LT(0, asked);
 }
 
-// Four threads each deliver a file and reload, at the same time. When all are done, the last file
-// is served, since its reload began after it was there; and no device name that was ever seen is
-// lost.
+// A newer file is there and served before the load of the earlier one begins: that load leaves it.
+TEST_F(PolicyReload, OvertakenLoadAddsItsDeviceNamesAndNothingElse) {
+    const auto file = [](const std::string& name) {
+        return "<filter-conf><filter-name>meta_audio_policy</filter-name><version>9</version>"
+               "<UnsupportDeviceItem><name>" +
+               name + "</name></UnsupportDeviceItem><AudioDetectorParamItem><name>" + name +
+               "</name></AudioDetectorParamItem></filter-conf>";
+    };
+    start();
+    __android_log_set_minimum_priority(ANDROID_LOG_DEBUG);
+    deliver(file("earlier"), "next.xml");
+    mCapture.onNext("loadMetaAudioXml path", [&] {
+        deliver(file("later"), "next.xml");
+        EXPECT_TRUE(update());
+    });
+    EXPECT_TRUE(update());
+    const std::string served = text(&SonorelService::getAudioDetectorInfMap);
+    EXPECT_EQ(0u, served.find("{\"later\":")) << served;
+    for (const char* name : {"earlier", "later"}) {
+        bool listed = false;
+        (void)mService->isUnsupportDevice(name, &listed);
+        EXPECT_TRUE(listed) << name;
+    }
+}
+
+// In each round four threads deliver a file each and reload, at the same time. When all are done,
+// the last file is served, since its reload began after it was there; and no device name that was
+// ever seen is lost.
 TEST_F(PolicyReload, RacingReloadsEndWithTheLastFileAndEveryDeviceName) {
-    constexpr int kRounds = 25;
+    constexpr int kRounds = 10;
     constexpr int kThreads = 4;
     start();
     std::mutex delivery;
     std::string last;
     std::set<std::string> seen;
-    const auto work = [&](int thread) {
-        for (int i = 0; i < kRounds; ++i) {
-            const std::string name = std::to_string(thread) + "-" + std::to_string(i);
-            // A file in four takes long to load.
-            std::string file =
-                    sonorel::test::generatePolicy({i % 4 == 0 ? 2000 : 1, 0, 0, 0, 0}, "20990101");
-            const std::string items =
-                    "<AudioDetectorParamItem><name>" + name +
-                    "</name></AudioDetectorParamItem><UnsupportDeviceItem><name>" + name +
-                    "</name></UnsupportDeviceItem>";
-            file.insert(file.find("</version>") + 10, items);
-            {
-                const std::lock_guard lock(delivery);
-                deliver(file, name + ".xml");
-                last = name;
-            }
-            EXPECT_TRUE(update());
-            bool listed = false;
-            (void)mService->isUnsupportDevice(name, &listed);
+    const auto work = [&](const std::string& name, int packages) {
+        const std::string items = "<AudioDetectorParamItem><name>" + name +
+                                  "</name></AudioDetectorParamItem><UnsupportDeviceItem><name>" +
+                                  name + "</name></UnsupportDeviceItem>";
+        std::string file = sonorel::test::generatePolicy({packages, 0, 0, 0, 0}, "20990101");
+        file.insert(file.find("</version>") + 10, items);
+        {
             const std::lock_guard lock(delivery);
-            if (listed) seen.insert(name);
+            deliver(file, name + ".xml");
+            last = name;
         }
+        EXPECT_TRUE(update());
+        bool listed = false;
+        (void)mService->isUnsupportDevice(name, &listed);
+        const std::lock_guard lock(delivery);
+        if (listed) seen.insert(name);
     };
-    std::vector<std::thread> threads;
-    for (int thread = 0; thread < kThreads; ++thread)
-        threads.emplace_back(work, thread);
-    for (std::thread& thread : threads)
-        thread.join();
-    EXPECT_NE(std::string::npos,
-              text(&SonorelService::getAudioDetectorInfMap).find("\"" + last + "\":"))
-            << last;
-    EXPECT_EQ(1u, seen.count(last));
+    for (int round = 0; round < kRounds; ++round) {
+        std::vector<std::thread> threads;
+        for (int i = 0; i < kThreads; ++i) {
+            // The larger a file the longer its load takes.
+            threads.emplace_back(work, std::to_string(round) + "-" + std::to_string(i),
+                                 i % 2 == 0 ? 2000 : 1);
+        }
+        for (std::thread& thread : threads)
+            thread.join();
+        const std::string served = text(&SonorelService::getAudioDetectorInfMap);
+        ASSERT_NE(std::string::npos, served.find("\"" + last + "\":")) << last << "\n" << served;
+        EXPECT_EQ(1u, seen.count(last));
+    }
     for (const std::string& name : seen) {
         bool listed = false;
         (void)mService->isUnsupportDevice(name, &listed);
