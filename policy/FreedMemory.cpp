@@ -12,7 +12,9 @@ void returnFreedMemory() {
     // This library keeps the free end of each thread's heap up to a threshold, which it doubles
     // with the largest block that was ever freed unless it is set; this is what it begins with.
     constexpr int kThreshold = 128 * 1024;
-    static const int kIsSet = mallopt(M_TRIM_THRESHOLD, kThreshold);
+    // Thread-safe in this library, which takes its own lock.
+    static const int kIsSet =
+            mallopt(M_TRIM_THRESHOLD, kThreshold);  // NOLINT(concurrency-mt-unsafe)
     (void)kIsSet;
     (void)malloc_trim(0);
 #endif

@@ -302,13 +302,14 @@ SonorelService::PolicyVerdict SonorelService::acceptPolicyVersion(const std::str
 void SonorelService::loadMetaAudioXml() {
     const FreedMemoryReturn returnAtTheEnd;
     const int location = mPolicyXmlLocation;
-    if (static_cast<unsigned>(location) < XML_NEED_TO_UPDATE_ROM_FILE) {
-        SONOREL_LOGE("%s:meta audio policy file need not to update", __func__);
-    } else if (location == XML_NEED_TO_UPDATE_ROM_FILE) {
+    // After a completed load the system copy has to pass the check again.
+    std::unique_ptr<CheckedPolicy> checked;
+    if (static_cast<unsigned>(location) > XML_NEED_TO_UPDATE_SYSTEM_FILE) {
+        checked = checkPolicyFile(false);
+    }
+    if (location == XML_NEED_TO_UPDATE_ROM_FILE) {
         loadOnlineCopy(nullptr);
-    } else if (location == XML_NEED_TO_UPDATE_SYSTEM_FILE) {
-        loadPolicyFile(kSystemPolicyFile, nullptr);
-    } else if (std::unique_ptr<CheckedPolicy> checked = checkPolicyFile(false)) {
+    } else if (location == XML_NEED_TO_UPDATE_SYSTEM_FILE || checked != nullptr) {
         loadPolicyFile(kSystemPolicyFile, std::move(checked));
     } else {
         SONOREL_LOGE("%s:meta audio policy file need not to update", __func__);

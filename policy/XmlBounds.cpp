@@ -82,7 +82,7 @@ public:
               mEnd(mBegin + std::strlen(mBegin)),
               mAt(mBegin),
               mReference(find(mBegin, '&')),
-              mMaxElements(bytes.size() / kMinXmlElementBytes + kFreeXmlElements) {}
+              mUnpaid(bytes.size() + kFreeXmlBytes) {}
 
     XmlScan run() {
         while (step())
@@ -192,12 +192,18 @@ private:
             ++mAt;
     }
 
-    bool passStartTag() {
-        if (++mElements > mMaxElements) {
-            mFault = "more than one element for " + std::to_string(kMinXmlElementBytes) + " bytes";
-            return false;
+    // False once elements and attributes are too many for the size of the file.
+    bool payFor(size_t bytes) {
+        if (bytes <= mUnpaid) {
+            mUnpaid -= bytes;
+            return true;
         }
-        if (!passName()) return false;
+        mFault = "more elements or attributes than one for " + std::to_string(bytes) + " bytes";
+        return false;
+    }
+
+    bool passStartTag() {
+        if (!payFor(kMinXmlElementBytes) || !passName()) return false;
         for (size_t attributes = 0; *mAt != '>'; ++attributes) {
             passBlanks();
             if (*mAt == '>') break;
@@ -216,6 +222,7 @@ private:
     }
 
     bool passAttribute() {
+        if (!payFor(kMinXmlAttributeBytes)) return false;
         if (startsWith("xml") && ++mReserved > kMaxXmlReservedAttributes) {
             return fail("attributes of XML itself", kMaxXmlReservedAttributes);
         }
@@ -305,9 +312,8 @@ private:
     const char* const mEnd;
     const char* mAt;
     const char* mReference;  // the next '&' that was not passed
-    const size_t mMaxElements;
+    size_t mUnpaid;
     NameCounter mNames;
-    size_t mElements = 0;
     size_t mDepth = 0;
     size_t mReserved = 0;
     size_t mReferences = 0;

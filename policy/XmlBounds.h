@@ -8,14 +8,16 @@
 namespace android {
 
 // libxml2 compares each attribute of a tag with those before it.
-inline constexpr size_t kMaxXmlAttributes = 64;
+inline constexpr size_t kMaxXmlAttributes = 32;
 // Elements, attributes and processing instructions under different names: libxml2 looks each name
 // up in a table that does not grow beyond 16,384 rows.
 inline constexpr size_t kMaxXmlNames = 1024;
-// Bytes of the file for each element, the first thousand aside: a node takes thirty times the
-// memory of the least element. The formats' own elements take six bytes at the least.
+// Bytes of the file for each element and each attribute, the first few thousand bytes aside: a node
+// takes thirty times the memory of the least element. The formats' own elements take at least six
+// bytes, and nothing in them has attributes without text around it.
 inline constexpr size_t kMinXmlElementBytes = 6;
-inline constexpr size_t kFreeXmlElements = 1000;
+inline constexpr size_t kMinXmlAttributeBytes = 12;
+inline constexpr size_t kFreeXmlBytes = 8000;
 // Attributes whose name begins with "xml", in the whole document: namespaces and identifiers, which
 // are searched for one by one.
 inline constexpr size_t kMaxXmlReservedAttributes = 256;

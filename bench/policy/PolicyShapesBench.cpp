@@ -6,7 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
+#include <fstream>
 #include <memory>
 
 #include "policy/FreedMemory.h"
@@ -29,10 +29,9 @@ double now() {
 }
 
 double residentBytes() {
+    long size = 0;
     long pages = 0;
-    FILE* file = fopen("/proc/self/statm", "re");
-    if (file == nullptr || fscanf(file, "%*d %ld", &pages) != 1) pages = -1;
-    if (file != nullptr) (void)fclose(file);
+    std::ifstream("/proc/self/statm") >> size >> pages;
     return static_cast<double>(pages) * static_cast<double>(sysconf(_SC_PAGESIZE));
 }
 

@@ -76,6 +76,7 @@ TEST_F(PolicyReload, EveryAnswerDuringReloadsIsOneWholeFile) {
         return answer == whole[0].*field || answer == whole[1].*field;
     };
     std::vector<std::thread> clients;
+    clients.reserve(kThreads);
     for (int i = 0; i < kThreads; ++i) {
         clients.emplace_back([&] {
             while (!done) {
@@ -157,6 +158,7 @@ TEST_F(PolicyReload, RacingReloadsEndWithTheLastFileAndEveryDeviceName) {
     };
     for (int round = 0; round < kRounds; ++round) {
         std::vector<std::thread> threads;
+        threads.reserve(kThreads);
         for (int i = 0; i < kThreads; ++i) {
             // The larger a file the longer its load takes.
             threads.emplace_back(work, std::to_string(round) + "-" + std::to_string(i),

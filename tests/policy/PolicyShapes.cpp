@@ -19,9 +19,9 @@ std::function<std::string(size_t)> numbered(const std::string& before, const std
 }
 
 std::string attributes(size_t count) {
-    std::string text = "<a";
+    std::string text = "<all";
     for (size_t i = 0; i < count; ++i)
-        text += " a" + std::to_string(i) + "=''";
+        text += " a" + std::to_string(i) + "='value'";
     return text + "/>";
 }
 
@@ -53,9 +53,10 @@ const std::vector<PolicyShape>& policyShapes() {
     const std::string deepEnd = repeat("</d>", 250);
     static const std::vector<PolicyShape> kShapes = {
             {"attributes_of_one_tag", "attributes", "<a", numbered(" a", "=''"), "/>"},
-            {"tags_of_64_attributes", nullptr, "<r>", same(attributes(64)), "</r>"},
-            {"tags_of_65_attributes", "attributes", "<r>", same(attributes(65)), "</r>"},
-            {"one_attribute_each", nullptr, "<r>", same("<a b='x'/>"), "</r>"},
+            {"tags_of_32_attributes", nullptr, "<r>", same(attributes(32)), "</r>"},
+            {"tags_of_33_attributes", "attributes", "<r>", same(attributes(33)), "</r>"},
+            {"one_small_attribute_each", "or attributes", "<r>", same("<a b='x'/>"), "</r>"},
+            {"one_attribute_each", nullptr, "<r>", same("<scene unit='m'/>"), "</r>"},
             {"element_names", "different names", "<r>", numbered("<a", "/>"), "</r>"},
             {"attribute_names", "different names", "<r>", numbered("<a a", "=''/>"), "</r>"},
             {"instruction_names", "different names", "<r>", numbered("<?a", "?>"), "</r>"},
@@ -92,7 +93,7 @@ const std::vector<PolicyShape>& policyShapes() {
             {"no_xml", "line 1: ", "<r>", same("<"), "</r>"},
             {"open_quotes", "line 1: ", "<r>", same("<a b='"), "</r>"},
             {"zeros", "line 1: ", "<r>", same(std::string(1, '\0')), "</r>"},
-            {"tiny_elements", "one element for", "<r>", same("<a/>"), "</r>"},
+            {"tiny_elements", "elements or", "<r>", same("<a/>"), "</r>"},
             {"small_elements", nullptr, "<r>", same("<pos/>"), "</r>"},
             {"elements_in_text", nullptr, "<r>", same("x<aa/>"), "</r>"},
             {"comments", nullptr, "<r>", same("<!---->"), "</r>"},
@@ -102,7 +103,7 @@ const std::vector<PolicyShape>& policyShapes() {
             {"white_space", nullptr, "<r>", [](size_t i) { return "<a/>" + blanks(i); }, "</r>"},
             {"characters_by_number", nullptr, "<r>", same("&#65;"), "</r>"},
             {"escaped_characters", nullptr, "<r>", same("&lt;"), "</r>"},
-            {"escaped_in_attributes", nullptr, "<r>", same("<a b='&amp;'/>"), "</r>"},
+            {"escaped_in_attributes", nullptr, "<r>", same("<pos unit='&amp;'/>"), "</r>"},
             items("packages", "MetaAudioItem", "name"),
             items("scenes", "MetaAudioSceParam", "SceTyp"),
             items("processors", "DynamicProcessorParamItem", "name"),
