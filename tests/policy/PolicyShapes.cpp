@@ -56,7 +56,7 @@ const std::vector<PolicyShape>& policyShapes() {
             {"tags_of_32_attributes", nullptr, "<r>", same(attributes(32)), "</r>"},
             {"tags_of_33_attributes", "attributes", "<r>", same(attributes(33)), "</r>"},
             {"one_small_attribute_each", "or attributes", "<r>", same("<a b='x'/>"), "</r>"},
-            {"one_attribute_each", nullptr, "<r>", same("<scene unit='m'/>"), "</r>"},
+            {"one_attribute_each", nullptr, "<r>", same("<scene unit='mm'/>"), "</r>"},
             {"element_names", "different names", "<r>", numbered("<a", "/>"), "</r>"},
             {"attribute_names", "different names", "<r>", numbered("<a a", "=''/>"), "</r>"},
             {"instruction_names", "different names", "<r>", numbered("<?a", "?>"), "</r>"},
