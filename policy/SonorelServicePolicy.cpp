@@ -46,10 +46,36 @@ public:
     FreedMemoryReturn& operator=(const FreedMemoryReturn&) = delete;
 };
 
-XmlDocument readDocument(const std::string& path, FileStamp* outStamp = nullptr) {
-    XmlDocument document = XmlDocument::readFile(path, outStamp);
+XmlDocument readDocument(const std::string& path) {
+    XmlDocument document = XmlDocument::readFile(path);
     if (!document) SONOREL_LOGD("%s", document.error().c_str());
     return document;
+}
+
+// A policy file, read once: what its head says, and its tables, null when it has none.
+struct PolicyFile {
+    MetaPolicyHead head;
+    std::shared_ptr<PolicyTables> tables;
+};
+
+// One document at a time, whose nodes lie on the heap for no longer than the lock is held: tables
+// that several threads fill between the nodes of each other's documents would keep most of the
+// pages of these documents. The lock is held over no file, log line or other lock.
+PolicyFile readPolicyFile(const std::string& path, FileStamp* outStamp) {
+    static Mutex sDocumentLock;
+    PolicyFile file;
+    file.head.fault = MetaPolicyHead::Fault::kNoDocument;
+    std::string bytes;
+    std::string error;
+    if (XmlDocument::readBytes(path, &bytes, &error, outStamp)) {
+        const Mutex::Autolock lock(sDocumentLock);
+        const XmlDocument document = XmlDocument::readMemory(bytes.data(), bytes.size(), path);
+        error = document.error();
+        file.head = readMetaPolicyHead(document);
+        file.tables = readPolicyTables(document.root());
+    }
+    if (!error.empty()) SONOREL_LOGD("%s", error.c_str());
+    return file;
 }
 
 bool isStillThere(const std::string& path, const FileStamp& stamp) {
@@ -225,7 +251,7 @@ binder::Status SonorelService::isUnsupportDevice(const std::string& device, bool
 // A copy that the version check accepted.
 struct SonorelService::CheckedPolicy {
     uint64_t number;
-    XmlDocument document;
+    PolicyFile file;
 };
 
 binder::Status SonorelService::checkAndUpdatePolicy(bool* reloaded) {
@@ -256,15 +282,12 @@ std::unique_ptr<SonorelService::CheckedPolicy> SonorelService::checkPolicyFile(
     const int failState = onlineAccepted ? XML_NEED_TO_UPDATE_ROM_FILE : XML_NEED_NOT_UPDATE;
 
     auto checked = std::make_unique<CheckedPolicy>();
-    MetaPolicyHead head;
+    const MetaPolicyHead& head = checked->file.head;
     FileStamp stamp;
     PolicyVerdict verdict = PolicyVerdict::kOvertaken;
     while (verdict == PolicyVerdict::kOvertaken) {
         const uint64_t earlier = newestAcceptedPolicy();
-        if (!isStillThere(path, stamp)) {
-            checked->document = readDocument(path, &stamp);
-            head = readMetaPolicyHead(checked->document);
-        }
+        if (!isStillThere(path, stamp)) checked->file = readPolicyFile(path, &stamp);
         checked->number = earlier + 1;
         verdict = head.fault == MetaPolicyHead::Fault::kNone
                           ? acceptPolicyVersion(head.version, checked->number)
@@ -326,19 +349,17 @@ void SonorelService::loadPolicyFile(const char* path, std::unique_ptr<CheckedPol
     SONOREL_LOGD("%s:meta audio policy file loadMetaAudioXml path = %s", kMethod, path);
     if (checked == nullptr) {
         const uint64_t number = newestAcceptedPolicy();
-        checked.reset(new CheckedPolicy{number, readDocument(path)});
+        FileStamp stamp;
+        checked.reset(new CheckedPolicy{number, readPolicyFile(path, &stamp)});
     }
-    std::shared_ptr<PolicyTables> tables;
-    if (checked->document) tables = readPolicyTables(checked->document.root());
-    const uint64_t number = checked->number;
-    checked.reset();
+    const std::shared_ptr<PolicyTables> tables = checked->file.tables;
     if (tables == nullptr) {
         mPolicyXmlLocation = XML_NEED_NOT_UPDATE;
         return;
     }
     addDevices(tables->mUnsupportDeviceSet, &mUnsupportDeviceSet);
     tables->mUnsupportDeviceSet.clear();
-    publishPolicy(tables, number);
+    publishPolicy(tables, checked->number);
     SONOREL_LOGD(
             "%s: MetaAudioSceMap2String from path = %s, mMetaAudioSceMap.size = %zu, info = %s",
             kMethod, path, tables->mMetaAudioSceMap.size(), tables->mMetaAudioSceString.c_str());

@@ -223,30 +223,34 @@ bool FileStamp::operator==(const FileStamp& other) const {
            isSame(modified, other.modified) && isSame(changed, other.changed);
 }
 
-XmlDocument XmlDocument::readFile(const std::string& path, FileStamp* outStamp) {
-    XmlDocument result;
+bool XmlDocument::readBytes(const std::string& path, std::string* outBytes, std::string* outError,
+                            FileStamp* outStamp) {
     // Without O_NONBLOCK the open of a pipe would wait for a writer.
     const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     struct stat status {};
     if (file.get() < 0 || fstat(file.get(), &status) != 0) {
-        result.mError = path + ": " + errnoText();
-        return result;
+        *outError = path + ": " + errnoText();
+        return false;
     }
     if (outStamp != nullptr) *outStamp = FileStamp(status);
     if (!S_ISREG(status.st_mode)) {
-        result.mError = path + ": not a regular file";
-        return result;
+        *outError = path + ": not a regular file";
+        return false;
     }
     if (static_cast<size_t>(status.st_size) > kMaxFileSize) {
-        result.mError = path + ": " + sizeText();
-        return result;
+        *outError = path + ": " + sizeText();
+        return false;
     }
-    std::string bytes(static_cast<size_t>(status.st_size), '\0');
-    if (!readAll(file.get(), &bytes)) {
-        result.mError = path + ": " + errnoText();
-        return result;
-    }
-    result.parse(bytes, path);
+    outBytes->resize(static_cast<size_t>(status.st_size));
+    if (readAll(file.get(), outBytes)) return true;
+    *outError = path + ": " + errnoText();
+    return false;
+}
+
+XmlDocument XmlDocument::readFile(const std::string& path) {
+    XmlDocument result;
+    std::string bytes;
+    if (readBytes(path, &bytes, &result.mError)) result.parse(bytes, path);
     return result;
 }
 

@@ -51,9 +51,11 @@ class XmlDocument {
 public:
     // Reads a regular file of at most kMaxFileSize bytes. Anything else under that name (a folder,
     // a pipe, a device) is refused without waiting for it.
-    // The stamp is that of the file that was opened; it stays as it was when there is none.
-    [[nodiscard]] static XmlDocument readFile(const std::string& path,
-                                              FileStamp* outStamp = nullptr);
+    [[nodiscard]] static XmlDocument readFile(const std::string& path);
+    // The first half of readFile: the file's bytes, or false and why there are none. The
+    // stamp is that of the file that was opened; it stays as it was when there is none.
+    [[nodiscard]] static bool readBytes(const std::string& path, std::string* outBytes,
+                                        std::string* outError, FileStamp* outStamp = nullptr);
     // Parses bytes; `name` stands for the file in error().
     [[nodiscard]] static XmlDocument readMemory(const char* bytes, size_t size,
                                                 const std::string& name);
