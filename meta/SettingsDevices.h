@@ -3,11 +3,16 @@
 
 #include <cstdint>
 
+#include <qelto/MetaInfoSqliteUtil.h>
+
 namespace android {
 
-inline constexpr int8_t kDeviceSpeaker = 0;
-inline constexpr int8_t kDeviceHeadset = 1;
-inline constexpr int8_t kDeviceNone = -1;     // no device given, in the WithDev methods
-inline constexpr int8_t kDeviceCurrent = -2;  // the store's current device
+// The store's type may be an enumeration of any names, or a plain integer.
+inline constexpr auto kDeviceSpeaker = static_cast<meta_devices_t>(0);
+inline constexpr auto kDeviceHeadset = static_cast<meta_devices_t>(1);
+// No device given, in the WithDev methods.
+inline constexpr auto kDeviceNone = static_cast<meta_devices_t>(-1);
+// The store's current device.
+inline constexpr auto kDeviceCurrent = static_cast<meta_devices_t>(-2);
 
 }  // namespace android

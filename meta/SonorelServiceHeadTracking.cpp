@@ -60,7 +60,7 @@ binder::Status SonorelService::notitySpHeadsetConnectionState(bool isConnected) 
     if (mSupportSpeaker && mMetaInfoSqliteUtil != nullptr) {
         awaitStoreWrites();  // what was set for the old device is stored for the old device
     }
-    const int8_t device = isConnected ? kDeviceHeadset : kDeviceSpeaker;
+    const meta_devices_t device = isConnected ? kDeviceHeadset : kDeviceSpeaker;
     mCurrentDevice = device;
     if (mSupportSpeaker) {
         if (mMetaInfoSqliteUtil != nullptr) {

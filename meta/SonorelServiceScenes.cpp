@@ -104,7 +104,7 @@ void SonorelService::readStoredPos(int32_t scene, int8_t device, std::vector<flo
     if (mMetaInfoSqliteUtil == nullptr) return;
     float xyz[kPosSize] = {};
     if (mSpHandler == nullptr || !mSpHandler->waitingScenePos(rowDevice(device), scene, xyz)) {
-        mMetaInfoSqliteUtil->getMetaInfoByScene(scene, xyz, device);
+        mMetaInfoSqliteUtil->getMetaInfoByScene(scene, xyz, static_cast<meta_devices_t>(device));
     }
     std::copy_n(xyz, kPosSize, pos->begin());
 }

@@ -113,14 +113,14 @@ bool SonorelService::readStoredOn(int8_t device) const {
     if (mSpHandler != nullptr) {
         if (const auto waiting = mSpHandler->waitingOn(rowDevice(device))) return *waiting;
     }
-    return mMetaInfoSqliteUtil->getMetaAudioOn(device);
+    return mMetaInfoSqliteUtil->getMetaAudioOn(static_cast<meta_devices_t>(device));
 }
 
 int8_t SonorelService::readStoredMode(int8_t device) const {
     if (mSpHandler != nullptr) {
         if (const auto waiting = mSpHandler->waitingMode(rowDevice(device))) return *waiting;
     }
-    return mMetaInfoSqliteUtil->getMetaAudioMode(device);
+    return mMetaInfoSqliteUtil->getMetaAudioMode(static_cast<meta_devices_t>(device));
 }
 
 bool SonorelService::askMetaAudioOn(const char* method) {

@@ -11,22 +11,32 @@ namespace android {
 
 using Kind = MssRemark::Kind;
 
+namespace {
+
+// The types' values are fixed, the names of their enumerators are the converter library's own.
+constexpr auto kDefaultScene = static_cast<MssSceneType>(0);
+constexpr auto kSphereScene = static_cast<MssSceneType>(1);
+constexpr auto kSceneEnd = static_cast<MssSceneType>(2);  // one past the last
+constexpr int kValuesOfParameter = 8;
+
+}  // namespace
+
 const std::map<std::string, MssSceneType, std::less<>> mssSceneTypeMap = {
-        {"default", MSS_SCENE_DEFAULT},
-        {"sphere", MSS_SCENE_SPHERE},
+        {"default", kDefaultScene},
+        {"sphere", kSphereScene},
 };
 
 const std::map<std::string, mssParamInfoType, std::less<>> mssParamInfoTypeMap = {
-        {"SPHERE_RADIUS_SPK", SPHERE_RADIUS_SPK},
-        {"SPHERE_RADIUS_BLUETOOTH", SPHERE_RADIUS_BLUETOOTH},
-        {"SPHERE_RADIUS_ANALOG", SPHERE_RADIUS_ANALOG},
-        {"SPHERE_RADIUS_DIGITAL", SPHERE_RADIUS_DIGITAL},
-        {"SPHERE_SPREAD_SPK", SPHERE_SPREAD_SPK},
-        {"SPHERE_SPREAD_BLUETOOTH", SPHERE_SPREAD_BLUETOOTH},
-        {"SPHERE_SPREAD_ANALOG", SPHERE_SPREAD_ANALOG},
-        {"SPHERE_SPREAD_DIGITAL", SPHERE_SPREAD_DIGITAL},
-        {"SPHERE_ELEVATION", SPHERE_ELEVATION},
-        {"SPHERE_AZIMUTH", SPHERE_AZIMUTH},
+        {"SPHERE_RADIUS_SPK", mssParamInfoType(0)},
+        {"SPHERE_RADIUS_BLUETOOTH", mssParamInfoType(1)},
+        {"SPHERE_RADIUS_ANALOG", mssParamInfoType(2)},
+        {"SPHERE_RADIUS_DIGITAL", mssParamInfoType(3)},
+        {"SPHERE_SPREAD_SPK", mssParamInfoType(4)},
+        {"SPHERE_SPREAD_BLUETOOTH", mssParamInfoType(5)},
+        {"SPHERE_SPREAD_ANALOG", mssParamInfoType(6)},
+        {"SPHERE_SPREAD_DIGITAL", mssParamInfoType(7)},
+        {"SPHERE_ELEVATION", mssParamInfoType(8)},
+        {"SPHERE_AZIMUTH", mssParamInfoType(9)},
 };
 
 namespace {
@@ -36,12 +46,12 @@ void parseScene(const xmlAttr* attribute, MssParamInfoFromXML* info,
     const XmlText text(attribute);
     const char* name = text.get() != nullptr ? text.get() : "";
     const auto scene = mssSceneTypeMap.find(name);
-    if (scene != mssSceneTypeMap.end() && scene->second != MSS_SCENE_COUNT) {
+    if (scene != mssSceneTypeMap.end() && scene->second != kSceneEnd) {
         info->mssScene = scene->second;
         return;
     }
     outRemarks->push_back({Kind::kUnknownScene, name});
-    info->mssScene = MSS_SCENE_DEFAULT;
+    info->mssScene = kDefaultScene;
 }
 
 void parseParameter(const xmlNode* element, MssParamInfoFromXML* info,
@@ -59,7 +69,7 @@ void parseParameter(const xmlNode* element, MssParamInfoFromXML* info,
     }
     // The converter tells of values that it could not read; the others of the row stand.
     (void)mssAudioParamInfoStringToArray(text.get(), info->params[parameter->second],
-                                         kMssParamValueCount);
+                                         kValuesOfParameter);
 }
 
 }  // namespace

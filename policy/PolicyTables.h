@@ -25,7 +25,7 @@ struct PolicyTables {
     DefaultKeyedVector<String8, MetaAudioInfo*> mPkgMetaInfoVec{nullptr};
     // By scene type.
     std::map<int, MetaSceInfForParseXml*> mMetaAudioSceMap;
-    // Device names of this file and of every file loaded before it.
+    // Device names of this file.
     std::set<String8> mUnsupportDeviceSet;
     // By name.
     std::map<String8, DynamicProcessorInf*> mDynamicProcessorInfMap;

@@ -1,4 +1,5 @@
 // SonorelService, section 4: the configuration files and what clients ask of them.
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <memory>
@@ -9,8 +10,10 @@
 
 #include <qelto/DevicePath.h>
 #include <qelto/PolicyText.h>
+#include <utils/Unicode.h>
 
 #include "policy/ConfigurationPaths.h"
+#include "policy/FreedMemory.h"
 #include "policy/MetaAudioPolicyFile.h"
 #include "policy/MssConfigurationFile.h"
 #include "policy/PolicyTables.h"
@@ -33,16 +36,51 @@ enum PolicyXmlLocation : int {
     XML_UPDATE_DONE = 4,
 };
 
-// What the parser found goes under a tag of its own, and not to stderr.
-constexpr char kParserLogTag[] = "SonorelXml";
+// Goes back to the system with the scope: what a document and replaced tables took, once they are
+// freed.
+class FreedMemoryReturn {
+public:
+    FreedMemoryReturn() = default;
+    ~FreedMemoryReturn() { returnFreedMemory(); }
+    FreedMemoryReturn(const FreedMemoryReturn&) = delete;
+    FreedMemoryReturn& operator=(const FreedMemoryReturn&) = delete;
+};
 
 XmlDocument readDocument(const std::string& path) {
     XmlDocument document = XmlDocument::readFile(path);
-    if (!document &&
-        __android_log_is_loggable(ANDROID_LOG_DEBUG, kParserLogTag, ANDROID_LOG_DEBUG) != 0) {
-        (void)__android_log_write(ANDROID_LOG_DEBUG, kParserLogTag, document.error().c_str());
-    }
+    if (!document) SONOREL_LOGD("%s", document.error().c_str());
     return document;
+}
+
+// A policy file, read once: what its head says, and its tables, null when it has none.
+struct PolicyFile {
+    MetaPolicyHead head;
+    std::shared_ptr<PolicyTables> tables;
+};
+
+// One document at a time, whose nodes lie on the heap for no longer than the lock is held: tables
+// that several threads fill between the nodes of each other's documents would keep most of the
+// pages of these documents. The lock is held over no file, log line or other lock.
+PolicyFile readPolicyFile(const std::string& path, FileStamp* outStamp) {
+    static Mutex sDocumentLock;
+    PolicyFile file;
+    file.head.fault = MetaPolicyHead::Fault::kNoDocument;
+    std::string bytes;
+    std::string error;
+    if (XmlDocument::readBytes(path, &bytes, &error, outStamp)) {
+        const Mutex::Autolock lock(sDocumentLock);
+        const XmlDocument document = XmlDocument::readMemory(bytes.data(), bytes.size(), path);
+        error = document.error();
+        file.head = readMetaPolicyHead(document);
+        file.tables = readPolicyTables(document.root());
+    }
+    if (!error.empty()) SONOREL_LOGD("%s", error.c_str());
+    return file;
+}
+
+bool isStillThere(const std::string& path, const FileStamp& stamp) {
+    struct stat status {};
+    return stat(path.c_str(), &status) == 0 && FileStamp(status) == stamp;
 }
 
 // The version check's name comes from its caller, as in every line of that check.
@@ -79,25 +117,37 @@ void logFilterName(const char* method, const MetaPolicyHead& head) {
                  head.filterName ? head.filterName->c_str() : "(null)");
 }
 
-// Copied by character: two tables never share a buffer.
-void addDevices(const std::set<String8>& devices, PolicyTables* tables) {
-    for (const String8& name : devices) {
-        if (tables->mUnsupportDeviceSet.count(name) != 0) continue;
-        tables->mUnsupportDeviceSet.emplace(name.c_str(), name.size());
-    }
+// Adds names to the set that is served. Each load makes a set of its own, so that a reader keeps
+// the one that it took; of two loads at once the later starts again from the other's. Names are
+// copied by character: two sets never share a buffer.
+void addDevices(const std::set<String8>& names, std::shared_ptr<const std::set<String8>>* served) {
+    std::shared_ptr<const std::set<String8>> earlier = std::atomic_load(served);
+    std::shared_ptr<const std::set<String8>> next;
+    do {
+        std::set<String8> all;
+        for (const auto* part : {&names, earlier.get()}) {
+            if (part == nullptr) continue;
+            for (const String8& name : *part) {
+                if (all.count(name) == 0) all.emplace(name.c_str(), name.size());
+            }
+        }
+        next = std::make_shared<const std::set<String8>>(std::move(all));
+    } while (!std::atomic_compare_exchange_strong(served, &earlier, next));
 }
 
-// Replaces the tables in one step. Device names are only ever added, also when two loads end at
-// once.
-std::shared_ptr<const PolicyTables> publish(std::unique_ptr<PolicyTables> tables,
-                                            std::shared_ptr<const PolicyTables>* slot) {
-    const std::shared_ptr<PolicyTables> next = std::move(tables);
-    std::shared_ptr<const PolicyTables> published = next;
-    std::shared_ptr<const PolicyTables> earlier = std::atomic_load(slot);
-    do {
-        if (earlier != nullptr) addDevices(earlier->mUnsupportDeviceSet, next.get());
-    } while (!std::atomic_compare_exchange_strong(slot, &earlier, published));
-    return published;
+// Says so when a table's text is too long for the reply that would carry it, since the service
+// never hears of that failure: a reply holds a status, a length and the text in UTF-16 with its
+// end.
+void logOversize(const char* method, const char* table, const String8& text) {
+    constexpr size_t kMaxReply = (size_t{1} << 20) - size_t{2} * 4096;
+    const auto* bytes = reinterpret_cast<const uint8_t*>(text.c_str());
+    const ssize_t units = utf8_to_utf16_length(bytes, text.size());
+    const size_t reply = 2 * sizeof(int32_t) + 2 * (static_cast<size_t>(units) + 1);
+    if (units < 0 || reply <= kMaxReply) return;
+    SONOREL_LOGE(
+            "%s: %s takes %zu bytes of the %zu that a binder transaction can carry: queries "
+            "for it will fail",
+            method, table, reply, kMaxReply);
 }
 
 // The first configuration folder's file that can be read, as a device path; "" when none can.
@@ -185,17 +235,31 @@ binder::Status SonorelService::getMssParamInfoMap(std::string* info) {
 }
 
 binder::Status SonorelService::isUnsupportDevice(const std::string& device, bool* unsupported) {
-    const std::shared_ptr<const PolicyTables> tables = policyTables();
-    *unsupported = tables->mUnsupportDeviceSet.count(String8(device.c_str())) != 0;
+    const std::shared_ptr<const std::set<String8>> names = std::atomic_load(&mUnsupportDeviceSet);
+    *unsupported = names != nullptr && names->count(String8(device.c_str())) != 0;
     return binder::Status::ok();
 }
 
 // ---- The meta audio policy file
+//
+// Checks and loads may run on several threads at once. Accepted checks are numbered; what is served
+// comes from the newest of them. A check that another one overtook while it read looks whether its
+// file is still the one under that name, and reads again if not, so that a later number never
+// stands for an older file. A load carries the number of its check and publishes nothing once a
+// newer one has.
+
+// A copy that the version check accepted.
+struct SonorelService::CheckedPolicy {
+    uint64_t number;
+    PolicyFile file;
+};
 
 binder::Status SonorelService::checkAndUpdatePolicy(bool* reloaded) {
-    const bool needed = isNeedUpdateMetaPolicyXML(true);
+    const FreedMemoryReturn returnAtTheEnd;
+    std::unique_ptr<CheckedPolicy> checked = checkPolicyFile(true);
+    const bool needed = checked != nullptr;
     if (needed) {
-        loadMetaAudioXml();
+        loadOnlineCopy(std::move(checked));
     } else {
         SONOREL_LOGE("%s: Need not update meta policy xml", __func__);
     }
@@ -205,74 +269,124 @@ binder::Status SonorelService::checkAndUpdatePolicy(bool* reloaded) {
 }
 
 bool SonorelService::isNeedUpdateMetaPolicyXML(bool isVekUpdateXml) {
+    return checkPolicyFile(isVekUpdateXml) != nullptr;
+}
+
+std::unique_ptr<SonorelService::CheckedPolicy> SonorelService::checkPolicyFile(
+        bool isVekUpdateXml) {
+    constexpr char kMethod[] = "isNeedUpdateMetaPolicyXML";
     const char* path = isVekUpdateXml ? kOnlinePolicyFile : kSystemPolicyFile;
-    SONOREL_LOGD("%s:meta audio policy file need update check path = %s", __func__, path);
+    SONOREL_LOGD("%s:meta audio policy file need update check path = %s", kMethod, path);
     // A bad copy does not undo an online copy that was accepted before.
     const bool onlineAccepted = mPolicyXmlLocation == XML_NEED_TO_UPDATE_ROM_FILE;
     const int failState = onlineAccepted ? XML_NEED_TO_UPDATE_ROM_FILE : XML_NEED_NOT_UPDATE;
 
-    const MetaPolicyHead head = readMetaPolicyHead(readDocument(path));
-    logFilterName(__func__, head);
-    const bool accepted =
-            head.fault == MetaPolicyHead::Fault::kNone && acceptPolicyVersion(head.version);
-    if (!accepted) {
+    auto checked = std::make_unique<CheckedPolicy>();
+    const MetaPolicyHead& head = checked->file.head;
+    FileStamp stamp;
+    PolicyVerdict verdict = PolicyVerdict::kOvertaken;
+    while (verdict == PolicyVerdict::kOvertaken) {
+        const uint64_t earlier = newestAcceptedPolicy();
+        if (!isStillThere(path, stamp)) checked->file = readPolicyFile(path, &stamp);
+        checked->number = earlier + 1;
+        verdict = head.fault == MetaPolicyHead::Fault::kNone
+                          ? acceptPolicyVersion(head.version, checked->number)
+                          : PolicyVerdict::kRefused;
+    }
+    logFilterName(kMethod, head);
+    if (verdict == PolicyVerdict::kRefused) {
         mPolicyXmlLocation = failState;
-        logPolicyFault(__func__, head.fault, isVekUpdateXml);
-        return false;
+        logPolicyFault(kMethod, head.fault, isVekUpdateXml);
+        return nullptr;
     }
     mPolicyXmlLocation =
             isVekUpdateXml ? XML_NEED_TO_UPDATE_ROM_FILE : XML_NEED_TO_UPDATE_SYSTEM_FILE;
-    SONOREL_LOGD("%s: mMetaAudioPolicyVersion is %s", __func__, head.version.c_str());
-    return true;
+    SONOREL_LOGD("%s: mMetaAudioPolicyVersion is %s", kMethod, head.version.c_str());
+    return checked;
 }
 
-bool SonorelService::acceptPolicyVersion(const std::string& version) {
+uint64_t SonorelService::newestAcceptedPolicy() const {
     const Mutex::Autolock lock(mPolicyLock);
-    if (!isMetaPolicyVersionAtLeast(version.c_str(), mMetaAudioPolicyVersion.c_str())) return false;
+    return mAcceptedPolicy;
+}
+
+SonorelService::PolicyVerdict SonorelService::acceptPolicyVersion(const std::string& version,
+                                                                  uint64_t number) {
+    const Mutex::Autolock lock(mPolicyLock);
+    if (!isMetaPolicyVersionAtLeast(version.c_str(), mMetaAudioPolicyVersion.c_str())) {
+        return PolicyVerdict::kRefused;
+    }
+    if (number != mAcceptedPolicy + 1) return PolicyVerdict::kOvertaken;
+    mAcceptedPolicy = number;
     mMetaAudioPolicyVersion.setTo(version.c_str(), version.size());
-    return true;
+    return PolicyVerdict::kAccepted;
 }
 
 void SonorelService::loadMetaAudioXml() {
-    const char* path = kSystemPolicyFile;
+    const FreedMemoryReturn returnAtTheEnd;
     const int location = mPolicyXmlLocation;
-    if (static_cast<unsigned>(location) < XML_NEED_TO_UPDATE_ROM_FILE) {
-        SONOREL_LOGE("%s:meta audio policy file need not to update", __func__);
-        return;
+    // After a completed load the system copy has to pass the check again.
+    std::unique_ptr<CheckedPolicy> checked;
+    if (static_cast<unsigned>(location) > XML_NEED_TO_UPDATE_SYSTEM_FILE) {
+        checked = checkPolicyFile(false);
     }
     if (location == XML_NEED_TO_UPDATE_ROM_FILE) {
-        SONOREL_LOGE("%s:meta audio policy file XML_NEED_TO_UPDATE_ROM_FILE", __func__);
-        path = kOnlinePolicyFile;
-    } else if (location != XML_NEED_TO_UPDATE_SYSTEM_FILE && !isNeedUpdateMetaPolicyXML(false)) {
+        loadOnlineCopy(nullptr);
+    } else if (location == XML_NEED_TO_UPDATE_SYSTEM_FILE || checked != nullptr) {
+        loadPolicyFile(kSystemPolicyFile, std::move(checked));
+    } else {
         SONOREL_LOGE("%s:meta audio policy file need not to update", __func__);
-        return;
     }
-    SONOREL_LOGD("%s:meta audio policy file loadMetaAudioXml path = %s", __func__, path);
+}
 
-    std::unique_ptr<PolicyTables> loaded;
-    if (const XmlDocument document = readDocument(path); document) {
-        loaded = readPolicyTables(document.root());
+void SonorelService::loadOnlineCopy(std::unique_ptr<CheckedPolicy> checked) {
+    SONOREL_LOGE("loadMetaAudioXml:meta audio policy file XML_NEED_TO_UPDATE_ROM_FILE");
+    loadPolicyFile(kOnlinePolicyFile, std::move(checked));
+}
+
+void SonorelService::loadPolicyFile(const char* path, std::unique_ptr<CheckedPolicy> checked) {
+    constexpr char kMethod[] = "loadMetaAudioXml";
+    SONOREL_LOGD("%s:meta audio policy file loadMetaAudioXml path = %s", kMethod, path);
+    if (checked == nullptr) {
+        const uint64_t number = newestAcceptedPolicy();
+        FileStamp stamp;
+        checked.reset(new CheckedPolicy{number, readPolicyFile(path, &stamp)});
     }
-    if (loaded == nullptr) {
+    const std::shared_ptr<PolicyTables> tables = checked->file.tables;
+    if (tables == nullptr) {
         mPolicyXmlLocation = XML_NEED_NOT_UPDATE;
         return;
     }
-    const std::shared_ptr<const PolicyTables> tables = publish(std::move(loaded), &mPolicyTables);
+    addDevices(tables->mUnsupportDeviceSet, &mUnsupportDeviceSet);
+    tables->mUnsupportDeviceSet.clear();
+    publishPolicy(tables, checked->number);
     SONOREL_LOGD(
             "%s: MetaAudioSceMap2String from path = %s, mMetaAudioSceMap.size = %zu, info = %s",
-            __func__, path, tables->mMetaAudioSceMap.size(), tables->mMetaAudioSceString.c_str());
-    SONOREL_LOGD("%s: mDynamicProcessorInfMap.size = %zu, DynamicProcessorParams = %s", __func__,
+            kMethod, path, tables->mMetaAudioSceMap.size(), tables->mMetaAudioSceString.c_str());
+    SONOREL_LOGD("%s: mDynamicProcessorInfMap.size = %zu, DynamicProcessorParams = %s", kMethod,
                  tables->mDynamicProcessorInfMap.size(),
                  tables->mDynamicProcessorInfString.c_str());
     // The label says scene map and the number is the detector map's: readers of the log know it so.
-    SONOREL_LOGD("%s: mMetaAudioSceMap.size = %zu, AudioDetectorParams = %s", __func__,
+    SONOREL_LOGD("%s: mMetaAudioSceMap.size = %zu, AudioDetectorParams = %s", kMethod,
                  tables->mAudioDetectorInfMap.size(), tables->mAudioDetectorInfString.c_str());
+    logOversize(kMethod, "mMetaAudioSceString", tables->mMetaAudioSceString);
+    logOversize(kMethod, "mDynamicProcessorInfString", tables->mDynamicProcessorInfString);
+    logOversize(kMethod, "mAudioDetectorInfString", tables->mAudioDetectorInfString);
     mPolicyXmlLocation = XML_UPDATE_DONE;
+}
+
+void SonorelService::publishPolicy(std::shared_ptr<const PolicyTables> tables, uint64_t number) {
+    const Mutex::Autolock lock(mPolicyLock);
+    if (number < mServedPolicy) return;
+    mServedPolicy = number;
+    // The earlier tables end with the parameter, when the lock is free again.
+    tables = std::atomic_exchange(&mPolicyTables, std::move(tables));
 }
 
 // ---- The sound-separation configuration
 
 void SonorelService::loadMssAudioXml() {
+    const FreedMemoryReturn returnAtTheEnd;
     const std::string path = findMssConfiguration();
     SONOREL_LOGD("%s: mss audio params config file path = %s", __func__, path.c_str());
     const XmlDocument document = readDocument(mapDevicePath(path));

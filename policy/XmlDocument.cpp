@@ -7,14 +7,24 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <system_error>
+#include <utility>
+
+#include "policy/XmlBounds.h"
 
 namespace android {
 namespace {
 
 constexpr char kEncoding[] = "UTF-8";
-constexpr int kParserOptions = XML_PARSE_PEDANTIC;
+// Pedantic checks are all that is asked for. The other two change nothing in the document: short
+// texts lie inside their nodes and not in libxml2's table of names, which gets slow when it is
+// full; and the encoding given here holds to the end of the file, whatever the file declares, so
+// that the bytes that are checked are those that are parsed.
+constexpr int kParserOptions = XML_PARSE_PEDANTIC | XML_PARSE_COMPACT | XML_PARSE_IGNORE_ENC;
+// What libxml2 may find fault with and still go on. Each costs as much as a hundred bytes.
+constexpr size_t kMaxComplaints = 64;
 // Entities inside entities, and elements inside those.
 constexpr int kMaxEntityDepth = 512;
 
@@ -33,32 +43,74 @@ private:
     const int mFd;
 };
 
+// Newer versions of libxml2 mark the variables behind xmlSetStructuredErrorFunc as deprecated and
+// offer no other way to put an earlier handler back.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+std::pair<xmlStructuredErrorFunc, void*> structuredErrorHandler() {
+    return {xmlStructuredError, xmlStructuredErrorContext};
+}
+#pragma GCC diagnostic pop
+
 // While it lives, libxml2's messages on this thread come here instead of stderr. The first one is
 // the cause; what follows are its consequences.
 class ParserErrors {
 public:
-    ParserErrors() : mEarlier(xmlStructuredError), mEarlierContext(xmlStructuredErrorContext) {
-        xmlSetStructuredErrorFunc(this, &ParserErrors::note);
+    ParserErrors() : mEarlier(structuredErrorHandler()) {
+        // The second parameter of a handler is const in newer versions only: "auto" fits both.
+        xmlSetStructuredErrorFunc(this, [](void* context, auto* error) {
+            static_cast<ParserErrors*>(context)->note(error);
+        });
     }
-    ~ParserErrors() { xmlSetStructuredErrorFunc(mEarlierContext, mEarlier); }
+    ~ParserErrors() { xmlSetStructuredErrorFunc(mEarlier.second, mEarlier.first); }
     ParserErrors(const ParserErrors&) = delete;
     ParserErrors& operator=(const ParserErrors&) = delete;
 
     const std::string& first() const { return mFirst; }
+    // There will be no document, or there should be none.
+    bool areTooMany() const { return mIsFatal || mCount > kMaxComplaints; }
 
 private:
-    static void note(void* context, xmlErrorPtr error) {
-        auto* self = static_cast<ParserErrors*>(context);
-        if (error == nullptr || error->level < XML_ERR_ERROR || !self->mFirst.empty()) return;
-        std::string message = error->message != nullptr ? error->message : "unknown error";
-        message.erase(message.find_last_not_of(" \n") + 1);
-        if (error->line > 0) message = "line " + std::to_string(error->line) + ": " + message;
-        self->mFirst = std::move(message);
+    void note(const xmlError* error) {
+        if (error == nullptr) return;
+        ++mCount;
+        if (error->level >= XML_ERR_FATAL) mIsFatal = true;
+        if (error->level < XML_ERR_ERROR || !mFirst.empty()) return;
+        mFirst = error->message != nullptr ? error->message : "unknown error";
+        mFirst.erase(mFirst.find_last_not_of(" \n") + 1);
+        if (error->line > 0) mFirst = "line " + std::to_string(error->line) + ": " + mFirst;
     }
 
-    const xmlStructuredErrorFunc mEarlier;
-    void* const mEarlierContext;
+    const std::pair<xmlStructuredErrorFunc, void*> mEarlier;
     std::string mFirst;
+    size_t mCount = 0;
+    bool mIsFatal = false;
+};
+
+// Gives libxml2 the bytes piece by piece, and no more of them once it has found too much to
+// complain about: left alone it would tell of every further fault to the end of the file.
+class ParserFeed {
+public:
+    ParserFeed(const char* bytes, size_t size, const ParserErrors& errors)
+            : mBytes(bytes), mLeft(size), mErrors(errors) {}
+
+    static int read(void* self, char* out, int size) {
+        return static_cast<ParserFeed*>(self)->take(out, static_cast<size_t>(size));
+    }
+
+private:
+    int take(char* out, size_t size) {
+        if (mErrors.areTooMany()) return 0;
+        const size_t taken = std::min(size, mLeft);
+        std::memcpy(out, mBytes, taken);
+        mBytes += taken;
+        mLeft -= taken;
+        return static_cast<int>(taken);
+    }
+
+    const char* mBytes;
+    size_t mLeft;
+    const ParserErrors& mErrors;
 };
 
 std::string errnoText() {
@@ -67,6 +119,20 @@ std::string errnoText() {
 
 std::string sizeText() {
     return "larger than " + std::to_string(XmlDocument::kMaxFileSize) + " bytes";
+}
+
+// Fills the string, or cuts it where the file ends meanwhile.
+bool readAll(int file, std::string* bytes) {
+    size_t filled = 0;
+    while (filled < bytes->size()) {
+        const ssize_t count = read(file, bytes->data() + filled, bytes->size() - filled);
+        if (count < 0 && errno == EINTR) continue;
+        if (count < 0) return false;
+        if (count == 0) break;
+        filled += static_cast<size_t>(count);
+    }
+    bytes->resize(filled);
+    return true;
 }
 
 // Walks what references stand for, without building it, and gives up at the limits.
@@ -100,7 +166,7 @@ private:
     }
 
     bool addReference(const xmlNode* reference, int depth) {
-        const xmlEntity* entity = xmlGetDocEntity(reference->doc, reference->name);
+        const auto* entity = xmlGetDocEntity(reference->doc, reference->name);
         return entity == nullptr || addSiblings(entity->children, depth + 1);
     }
 
@@ -142,26 +208,49 @@ void XmlFreeText::operator()(xmlChar* text) const {
     xmlFree(text);
 }
 
-XmlDocument XmlDocument::readFile(const std::string& path) {
-    XmlDocument result;
+FileStamp::FileStamp(const struct stat& status)
+        : device(status.st_dev),
+          inode(status.st_ino),
+          size(status.st_size),
+          modified(status.st_mtim),
+          changed(status.st_ctim) {}
+
+bool FileStamp::operator==(const FileStamp& other) const {
+    const auto isSame = [](const timespec& one, const timespec& two) {
+        return one.tv_sec == two.tv_sec && one.tv_nsec == two.tv_nsec;
+    };
+    return device == other.device && inode == other.inode && size == other.size &&
+           isSame(modified, other.modified) && isSame(changed, other.changed);
+}
+
+bool XmlDocument::readBytes(const std::string& path, std::string* outBytes, std::string* outError,
+                            FileStamp* outStamp) {
     // Without O_NONBLOCK the open of a pipe would wait for a writer.
     const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     struct stat status {};
     if (file.get() < 0 || fstat(file.get(), &status) != 0) {
-        result.mError = path + ": " + errnoText();
-        return result;
+        *outError = path + ": " + errnoText();
+        return false;
     }
+    if (outStamp != nullptr) *outStamp = FileStamp(status);
     if (!S_ISREG(status.st_mode)) {
-        result.mError = path + ": not a regular file";
-        return result;
+        *outError = path + ": not a regular file";
+        return false;
     }
     if (static_cast<size_t>(status.st_size) > kMaxFileSize) {
-        result.mError = path + ": " + sizeText();
-        return result;
+        *outError = path + ": " + sizeText();
+        return false;
     }
-    const ParserErrors errors;
-    xmlDoc* document = xmlReadFd(file.get(), path.c_str(), kEncoding, kParserOptions);
-    result.adopt(document, path, errors.first());
+    outBytes->resize(static_cast<size_t>(status.st_size));
+    if (readAll(file.get(), outBytes)) return true;
+    *outError = path + ": " + errnoText();
+    return false;
+}
+
+XmlDocument XmlDocument::readFile(const std::string& path) {
+    XmlDocument result;
+    std::string bytes;
+    if (readBytes(path, &bytes, &result.mError)) result.parse(bytes, path);
     return result;
 }
 
@@ -171,17 +260,22 @@ XmlDocument XmlDocument::readMemory(const char* bytes, size_t size, const std::s
         result.mError = name + ": " + sizeText();
         return result;
     }
-    const ParserErrors errors;
-    xmlDoc* document =
-            xmlReadMemory(bytes, static_cast<int>(size), name.c_str(), kEncoding, kParserOptions);
-    result.adopt(document, name, errors.first());
+    result.parse(std::string(bytes, size), name);
     return result;
 }
 
-void XmlDocument::adopt(xmlDoc* document, const std::string& path, const std::string& parserError) {
-    mDocument.reset(document);
+void XmlDocument::parse(const std::string& bytes, const std::string& path) {
+    const XmlScan scan = scanXml(bytes);
+    if (!scan.fault.empty()) {
+        mError = path + ": line " + std::to_string(scan.faultLine) + ": " + scan.fault;
+        return;
+    }
+    const ParserErrors errors;
+    ParserFeed feed(bytes.data(), scan.end, errors);
+    mDocument.reset(
+            xmlReadIO(&ParserFeed::read, nullptr, &feed, path.c_str(), kEncoding, kParserOptions));
     if (mDocument == nullptr) {
-        mError = path + ": " + (parserError.empty() ? "not an XML document" : parserError);
+        mError = path + ": " + (errors.first().empty() ? "not an XML document" : errors.first());
         return;
     }
     // Only a document type declares entities.

@@ -12,6 +12,7 @@
 
 #include "game/GameFlags.h"
 #include "meta/MetaAudioThread.h"
+#include "meta/SettingsDevices.h"
 #include "policy/PolicyTables.h"
 #include "service/ServiceLog.h"
 #include "service/SpHandler.h"
@@ -61,7 +62,7 @@ SonorelService::SonorelService() {
     init();
     if (mSupportSpeaker && mMetaInfoSqliteUtil != nullptr) {
         // The other device class gets its default home positions as well.
-        seedHomePos(1);
+        seedHomePos(kDeviceHeadset);
     }
     mLooper = new ALooper();
     mSpHandler = new SpHandler(mMetaInfoSqliteUtil);

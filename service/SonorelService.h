@@ -32,6 +32,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -314,8 +315,22 @@ private:
     // 4 Policy
     std::shared_ptr<const PolicyTables> policyTables() const;
     std::shared_ptr<const MssTables> mssTables() const;
-    // Records the version unless a newer one is held.
-    bool acceptPolicyVersion(const std::string& version) EXCLUDES(mPolicyLock);
+    struct CheckedPolicy;
+    enum class PolicyVerdict { kAccepted, kRefused, kOvertaken };
+    // The work of isNeedUpdateMetaPolicyXML: the copy that was accepted, null when none was.
+    std::unique_ptr<CheckedPolicy> checkPolicyFile(bool isVekUpdateXml) EXCLUDES(mPolicyLock);
+    uint64_t newestAcceptedPolicy() const EXCLUDES(mPolicyLock);
+    // Records the version as that of the accepted check `number`; refused when a newer version is
+    // held, overtaken when another check has taken that number.
+    PolicyVerdict acceptPolicyVersion(const std::string& version, uint64_t number)
+            EXCLUDES(mPolicyLock);
+    // The work of loadMetaAudioXml. Null stands for the file that lies there now.
+    void loadOnlineCopy(std::unique_ptr<CheckedPolicy> checked) EXCLUDES(mPolicyLock);
+    void loadPolicyFile(const char* path, std::unique_ptr<CheckedPolicy> checked)
+            EXCLUDES(mPolicyLock);
+    // Serves the tables unless those of a newer check are.
+    void publishPolicy(std::shared_ptr<const PolicyTables> tables, uint64_t number)
+            EXCLUDES(mPolicyLock);
     // 5, 6, 7 Settings
     void switchSettingsUser(int32_t userId) REQUIRES(mUserLock);
     // Makes the live device the store's current one, on a product whose speaker takes part.
@@ -370,12 +385,17 @@ private:
     // Guarded by both mClientLock and the leaf for writing, by either for reading.
     DefaultKeyedVector<int8_t, sp<CallbackClient>> mClients GUARDED_BY(mClientTableLock);
 
-    // The tables of the policy file, replaced whole by a load, and its serialised forms; the
-    // version of the copy last accepted; which copy the next load reads. Accessed with atomic_load
-    // and atomic_compare_exchange only.
+    // Replaced whole by a load, accessed with the atomic functions only: the tables of the two
+    // files with their serialised forms, and the device names of every policy file that was loaded.
     std::shared_ptr<const PolicyTables> mPolicyTables;
     std::shared_ptr<const MssTables> mMssTables;
+    std::shared_ptr<const std::set<String8>> mUnsupportDeviceSet;
+    // The newest accepted check of a policy file: its number and the file's version; and the number
+    // of the check whose tables are served.
+    uint64_t mAcceptedPolicy GUARDED_BY(mPolicyLock) = 0;
+    uint64_t mServedPolicy GUARDED_BY(mPolicyLock) = 0;
     String8 mMetaAudioPolicyVersion GUARDED_BY(mPolicyLock){"0"};
+    // Which copy the next load reads.
     std::atomic<int> mPolicyXmlLocation{3};
 
     std::atomic<bool> mHeadtrackOn{false};

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <memory>
 
+#include "policy/FreedMemory.h"
 #include "policy/MetaAudioPolicyFile.h"
 #include "policy/XmlDocument.h"
 #include "support/TempDir.h"
@@ -89,6 +90,37 @@ void LoadAgainstBareRead(benchmark::State& state) {
     state.counters["ratio_freed"] = loadTime / (bare.read + bare.freed);
 }
 BENCHMARK(LoadAgainstBareRead)->UseManualTime()->Unit(benchmark::kMillisecond)->MinTime(3.0);
+
+// The same where each read begins with what the service leaves behind a load: no free memory, all
+// of it has to come from the system again. "return_ms" is what giving it back takes.
+void LoadAgainstBareReadAfterReturn(benchmark::State& state) {
+    const sonorel::test::TempDir dir;
+    const std::string path =
+            dir.write("policy.xml", sonorel::test::generatePolicy(kLargeFile, "20240601"));
+    Seconds bare{};
+    Seconds loads{};
+    Seconds returns{};
+    android::returnFreedMemory();
+    for (auto _ : state) {
+        bare += bareRead(path).read;
+        android::returnFreedMemory();
+        const auto start = now();
+        std::unique_ptr<PolicyTables> tables = load(path);
+        loads += now() - start;
+        tables.reset();
+        const auto loaded = now();
+        android::returnFreedMemory();
+        returns += now() - loaded;
+    }
+    const auto each = [&state](Seconds time) {
+        return time.count() * 1e3 / static_cast<double>(state.iterations());
+    };
+    state.counters["bare_ms"] = each(bare);
+    state.counters["load_ms"] = each(loads);
+    state.counters["return_ms"] = each(returns);
+    state.counters["ratio"] = loads / bare;
+}
+BENCHMARK(LoadAgainstBareReadAfterReturn)->Unit(benchmark::kMillisecond)->MinTime(3.0);
 
 // The heap after one load and after ten.
 void MemoryOfReloads(benchmark::State& state) {

@@ -2,8 +2,10 @@
 
 #include <qelto/PolicyText.h>
 
-#include <charconv>
 #include <cmath>
+#include <locale>
+#include <sstream>
+#include <string>
 #include <string_view>
 
 #include <log/log.h>
@@ -34,13 +36,22 @@ std::string_view nextItem(std::string_view* text) {
     return item;
 }
 
+// A decimal number, with or without an exponent, which a float can hold.
 bool parseFinite(std::string_view item, float* outNumber) {
     if (!item.empty() && item.front() == '+') item.remove_prefix(1);
+    if (item.empty() || item.find_first_not_of("-.0123456789eE+") != std::string_view::npos ||
+        item.front() == '+') {
+        return false;
+    }
+    // Not every C++ library has from_chars for floats, and strtof follows the process's locale.
+    std::istringstream stream{std::string(item)};
+    stream.imbue(std::locale::classic());
     float number = 0.0f;
-    const char* end = item.data() + item.size();
-    // Unlike strtof, this reads the same whatever the process's locale says.
-    const auto result = std::from_chars(item.data(), end, number);
-    if (result.ec != std::errc() || result.ptr != end || !std::isfinite(number)) return false;
+    if (!(stream >> number) || stream.peek() != std::istringstream::traits_type::eof())
+        return false;
+    const bool isZero = item.substr(0, item.find_first_of("eE")).find_first_of("123456789") ==
+                        std::string_view::npos;
+    if (!std::isfinite(number) || (number == 0.0f && !isZero)) return false;
     *outNumber = number;
     return true;
 }

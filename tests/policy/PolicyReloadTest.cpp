@@ -4,7 +4,7 @@
 
 #include <atomic>
 #include <filesystem>
-#include <functional>
+#include <mutex>
 #include <set>
 #include <thread>
 
@@ -76,6 +76,7 @@ TEST_F(PolicyReload, EveryAnswerDuringReloadsIsOneWholeFile) {
         return answer == whole[0].*field || answer == whole[1].*field;
     };
     std::vector<std::thread> clients;
+    clients.reserve(kThreads);
     for (int i = 0; i < kThreads; ++i) {
         clients.emplace_back([&] {
             while (!done) {
@@ -103,36 +104,76 @@ TEST_F(PolicyReload, EveryAnswerDuringReloadsIsOneWholeFile) {
     EXPECT_LT(0, asked);
 }
 
-// Two updates at once may each miss the other's file, but never take back a device name.
-TEST_F(PolicyReload, RacingReloadsLoseNoDeviceName) {
-    constexpr int kRounds = 100;
-    start();
-    const auto work = [this](const std::string& prefix, std::set<std::string>* outSeen) {
-        for (int i = 0; i < kRounds; ++i) {
-            const std::string name = prefix + std::to_string(i);
-            deliver("<filter-conf><filter-name>meta_audio_policy</filter-name><version>9</version>"
-                    "<UnsupportDeviceItem><name>" +
-                            name +
-                            "</name></UnsupportDeviceItem>"
-                            "</filter-conf>",
-                    prefix + ".xml");
-            (void)update();  // the other thread may have taken this file, or disarmed the load
-            bool listed = false;
-            (void)mService->isUnsupportDevice(name, &listed);
-            if (listed) outSeen->insert(name);
-        }
+// A newer file is there and served before the load of the earlier one begins: that load leaves it.
+TEST_F(PolicyReload, OvertakenLoadAddsItsDeviceNamesAndNothingElse) {
+    const auto file = [](const std::string& name) {
+        return "<filter-conf><filter-name>meta_audio_policy</filter-name><version>9</version>"
+               "<UnsupportDeviceItem><name>" +
+               name + "</name></UnsupportDeviceItem><AudioDetectorParamItem><name>" + name +
+               "</name></AudioDetectorParamItem></filter-conf>";
     };
-    std::set<std::string> seen[2];
-    std::thread other(work, "other-", &seen[0]);
-    work("this-", &seen[1]);
-    other.join();
-    EXPECT_LT(0u, seen[0].size() + seen[1].size());
-    for (const auto& names : seen) {
-        for (const std::string& name : names) {
-            bool listed = false;
-            (void)mService->isUnsupportDevice(name, &listed);
-            EXPECT_TRUE(listed) << name;
+    start();
+    __android_log_set_minimum_priority(ANDROID_LOG_DEBUG);
+    deliver(file("earlier"), "next.xml");
+    mCapture.onNext("loadMetaAudioXml path", [&] {
+        deliver(file("later"), "next.xml");
+        EXPECT_TRUE(update());
+    });
+    EXPECT_TRUE(update());
+    const std::string served = text(&SonorelService::getAudioDetectorInfMap);
+    EXPECT_EQ(0u, served.find("{\"later\":")) << served;
+    for (const char* name : {"earlier", "later"}) {
+        bool listed = false;
+        (void)mService->isUnsupportDevice(name, &listed);
+        EXPECT_TRUE(listed) << name;
+    }
+}
+
+// In each round four threads deliver a file each and reload, at the same time. When all are done,
+// the last file is served, since its reload began after it was there; and no device name that was
+// ever seen is lost.
+TEST_F(PolicyReload, RacingReloadsEndWithTheLastFileAndEveryDeviceName) {
+    constexpr int kRounds = 10;
+    constexpr int kThreads = 4;
+    start();
+    std::mutex delivery;
+    std::string last;
+    std::set<std::string> seen;
+    const auto work = [&](const std::string& name, int packages) {
+        const std::string items = "<AudioDetectorParamItem><name>" + name +
+                                  "</name></AudioDetectorParamItem><UnsupportDeviceItem><name>" +
+                                  name + "</name></UnsupportDeviceItem>";
+        std::string file = sonorel::test::generatePolicy({packages, 0, 0, 0, 0}, "20990101");
+        file.insert(file.find("</version>") + 10, items);
+        {
+            const std::lock_guard lock(delivery);
+            deliver(file, name + ".xml");
+            last = name;
         }
+        EXPECT_TRUE(update());
+        bool listed = false;
+        (void)mService->isUnsupportDevice(name, &listed);
+        const std::lock_guard lock(delivery);
+        if (listed) seen.insert(name);
+    };
+    for (int round = 0; round < kRounds; ++round) {
+        std::vector<std::thread> threads;
+        threads.reserve(kThreads);
+        for (int i = 0; i < kThreads; ++i) {
+            // The larger a file the longer its load takes.
+            threads.emplace_back(work, std::to_string(round) + "-" + std::to_string(i),
+                                 i % 2 == 0 ? 2000 : 1);
+        }
+        for (std::thread& thread : threads)
+            thread.join();
+        const std::string served = text(&SonorelService::getAudioDetectorInfMap);
+        ASSERT_NE(std::string::npos, served.find("\"" + last + "\":")) << last << "\n" << served;
+        EXPECT_EQ(1u, seen.count(last));
+    }
+    for (const std::string& name : seen) {
+        bool listed = false;
+        (void)mService->isUnsupportDevice(name, &listed);
+        EXPECT_TRUE(listed) << name;
     }
 }
 

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 
 #include "service/ServiceHarness.h"
@@ -17,6 +18,7 @@ using sonorel::test::projectFile;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::MatchesRegex;
 
 constexpr char kSystemCopy[] = "system_ext/etc/Meta_Audio_Policy.xml";
 constexpr char kOnlineCopy[] = "data/qelto/multimedia/Meta_Audio_Policy_Online.xml";
@@ -176,7 +178,11 @@ TEST_F(PolicyService, FolderInPlaceOfAFileIsNoCopy) {
     std::filesystem::create_directories(mRoot.path(kOnlineCopy));
     start();
     EXPECT_FALSE(update());
-    EXPECT_TRUE(mCapture.contains(std::string(kOnlineCopy) + ": not a regular file"));
+    const auto lines = mCapture.lines();
+    EXPECT_TRUE(std::any_of(lines.begin(), lines.end(), [](const LogLine& line) {
+        return line.priority == ANDROID_LOG_DEBUG && line.tag == android::kLogTag &&
+               line.message == std::string(kOnlineCopy) + ": not a regular file";
+    }));
 }
 
 TEST_F(PolicyService, FailedUpdateKeepsTheTablesAndDisarmsTheNextLoad) {
@@ -257,6 +263,19 @@ TEST_F(PolicyService, VersionCountsFromTheCheckAndALoadThatFailsKeepsTheTables) 
     ASSERT_TRUE(mService->isNeedUpdateMetaPolicyXML(false));
     onlineCopy(policy("20250101", ""));
     EXPECT_FALSE(update()) << "the version of a copy that was never loaded is held";
+}
+
+TEST_F(PolicyService, TableThatFitsNoTransactionIsTold) {
+    std::string items;
+    for (int i = 0; i < 2000; ++i) {
+        items += "<DynamicProcessorParamItem><name>" + std::to_string(i) +
+                 "</name></DynamicProcessorParamItem>";
+    }
+    systemCopy(policy("1", items));
+    start();
+    EXPECT_THAT(takeLines({"loadMetaAudioXml"}).back(),
+                MatchesRegex("E loadMetaAudioXml: mDynamicProcessorInfString takes [0-9]+ bytes of "
+                             "the 1040384 that a binder transaction can carry: .*"));
 }
 
 TEST_F(PolicyService, DeviceNamesOnlyGrow) {

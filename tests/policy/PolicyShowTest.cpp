@@ -8,6 +8,7 @@
 #include "support/ChildProcess.h"
 #include "support/ProjectFile.h"
 #include "support/TempDir.h"
+#include "tests/policy/GeneratedPolicy.h"
 
 namespace {
 
@@ -55,10 +56,37 @@ TEST(PolicyShow, ExampleMssFileAsTable) {
     EXPECT_EQ("", outcome.errors) << "the example is without fault";
 }
 
-TEST(PolicyShow, WhatIsIgnoredIsTold) {
-    const Outcome outcome = show({projectFile("tests/data/policy/mss.xml")});
+TEST(PolicyShow, KindOfAFileShowsByItsRootAndHead) {
+    const sonorel::test::TempDir dir;
+    const struct {
+        std::string file;
+        const char* output;
+        const char* remark;
+    } cases[] = {
+            {sonorel::test::readFile(projectFile("tests/data/policy/mss.xml")), "mss (3)",
+             "unknown parameter SPHERE_COLOUR is ignored"},
+            {"<mss-params/>", "mss (0)", "no param in it"},
+            {"<filter-conf><param/><filter-name>meta_audio_policy</filter-name><param/>"
+             "<version>7</version></filter-conf>",
+             "version 7", ""},
+    };
+    for (const auto& expected : cases) {
+        const Outcome outcome = show({dir.write("file.xml", expected.file)});
+        EXPECT_EQ(0, outcome.code) << outcome.errors;
+        EXPECT_EQ(0u, outcome.output.find(expected.output)) << outcome.output;
+        EXPECT_THAT(outcome.errors, HasSubstr(expected.remark));
+    }
+}
+
+TEST(PolicyShow, LongKeyWidensNoOtherRow) {
+    const sonorel::test::TempDir dir;
+    std::string file = sonorel::test::generatePolicy({100, 0, 0, 0, 0}, "1");
+    const std::string key(10'000, 'k');
+    file.insert(file.find("<name>") + 6, key);
+    const Outcome outcome = show({dir.write("file.xml", file)});
     EXPECT_EQ(0, outcome.code);
-    EXPECT_THAT(outcome.errors, HasSubstr("unknown parameter SPHERE_COLOUR is ignored"));
+    EXPECT_THAT(outcome.output, HasSubstr(key));
+    EXPECT_GT(5 * key.size(), outcome.output.size());
 }
 
 TEST(PolicyShow, UnusableFileEndsWithFileAndCause) {
@@ -78,8 +106,9 @@ TEST(PolicyShow, UnusableFileEndsWithFileAndCause) {
     }
 }
 
-// The whole way: host process, files of the example device, another process that asks.
-TEST(PolicyShow, ServiceOnTheExampleDeviceAnswersWithItsFiles) {
+// The whole way: host process, files of the example device, another process that asks. The policy
+// has more processors than a reply can carry.
+TEST(PolicyShow, ServiceAnswersWithItsFilesButForATableThatIsTooLong) {
     const sonorel::test::TempDir dir;
     const std::string root = dir.path("device");
     std::filesystem::copy(projectFile("examples/device"), root,
@@ -88,22 +117,31 @@ TEST(PolicyShow, ServiceOnTheExampleDeviceAnswersWithItsFiles) {
     options.program = std::string(SONOREL_BIN_DIR) + "/sonoreld";
     options.args = {"--root", root};
     options.env["SONOREL_RUNTIME_DIR"] = dir.path("run");
-    sonorel::test::ChildProcess host(options);
-    ASSERT_TRUE(host.waitForOutput("SonorelService ready")) << host.errors();
-
-    const Outcome outcome = show({"--json", "--package", "com.example.meet", "--package", "other",
-                                  "--device", "example-car-kit", "--device", "other"},
-                                 dir.path("run"));
-    ASSERT_EQ(0, outcome.code) << outcome.errors;
-    const auto json = nlohmann::json::parse(outcome.output);
-    EXPECT_EQ(13u, json["scenes"].size());
-    EXPECT_EQ(3u, json["processors"].size());
-    EXPECT_EQ(2u, json["detectors"].size());
-    EXPECT_EQ(2u, json["mss"].size());
-    EXPECT_EQ(5, json["packages"]["com.example.meet"]["scene"]);
-    EXPECT_TRUE(json["packages"]["other"].is_null());
-    EXPECT_EQ(true, json["unsupportedDevices"]["example-car-kit"]);
-    EXPECT_EQ(false, json["unsupportedDevices"]["other"]);
+    const std::vector<std::string> question = {"--json",          "--package", "com.example.meet",
+                                               "--package",       "other",     "--device",
+                                               "example-car-kit", "--device",  "other"};
+    for (const bool isLong : {false, true}) {
+        SCOPED_TRACE(isLong);
+        if (isLong) {
+            (void)dir.write("device/data/qelto/multimedia/Meta_Audio_Policy_Online.xml",
+                            sonorel::test::generatePolicy({0, 13, 0, 2000, 2}, "20990101"));
+        }
+        sonorel::test::ChildProcess host(options);
+        ASSERT_TRUE(host.waitForOutput("SonorelService ready")) << host.errors();
+        const Outcome outcome = show(question, dir.path("run"));
+        EXPECT_EQ(isLong ? 1 : 0, outcome.code) << outcome.errors;
+        EXPECT_EQ(isLong ? "sonorelctl: processors: too long for a binder transaction\n" : "",
+                  outcome.errors);
+        const auto json = nlohmann::json::parse(outcome.output);
+        EXPECT_EQ(13u, json["scenes"].size());
+        EXPECT_EQ(2u, json["detectors"].size());
+        EXPECT_EQ(2u, json["mss"].size());
+        EXPECT_EQ(isLong ? 0u : 1u, json.count("processors"));
+        EXPECT_EQ(isLong, json["packages"]["com.example.meet"].is_null());
+        EXPECT_TRUE(json["packages"]["other"].is_null());
+        EXPECT_EQ(!isLong, json["unsupportedDevices"]["example-car-kit"]);
+        EXPECT_EQ(false, json["unsupportedDevices"]["other"]);
+    }
 }
 
 TEST(PolicyShow, WithoutAServiceTheCodeSaysSo) {

@@ -5,6 +5,8 @@
 //   process_peer register ID       registers, prints "event N" for each callback, until stdin ends
 //   process_peer visit ID          on a line of stdin: gets a callback as client 4, then holds ID
 //   process_peer call              calls setMetaAudioOn and prints the status
+//   process_peer reload            on each line of stdin: calls checkAndUpdatePolicy, and prints
+//                                  the line and the answer
 //   process_peer storm SEED COUNT  COUNT calls of all methods in random order
 //   process_peer tick SEED COUNT   COUNT times, or for -COUNT seconds, switches the tick or head
 //                                  tracking on or off
@@ -134,6 +136,18 @@ int callAndTell(const sp<ISonorelService>& service) {
     int32_t number = 0;
     const Status status = service->setMetaAudioOn(true, &number);
     say("answered " + std::to_string(status.isOk()) + " " + std::to_string(number));
+    return 0;
+}
+
+int reload(const sp<ISonorelService>& service) {
+    say("connected");
+    char line[32];
+    while (fgets(line, sizeof(line), stdin) != nullptr) {
+        line[strcspn(line, "\n")] = '\0';
+        bool reloaded = false;
+        if (!service->checkAndUpdatePolicy(&reloaded).isOk()) return kFailure;
+        say("reloaded " + std::string(line) + " " + std::to_string(reloaded));
+    }
     return 0;
 }
 
@@ -273,6 +287,7 @@ int run(const std::string& role, int64_t first, int64_t second) {
     if (role == "register") return registerAndListen(service, static_cast<int8_t>(first));
     if (role == "visit") return visit(service, static_cast<int8_t>(first));
     if (role == "call") return callAndTell(service);
+    if (role == "reload") return reload(service);
     if (role == "storm") return storm(service, static_cast<uint32_t>(first), second);
     if (role == "tick") return tick(service, static_cast<uint32_t>(first), second);
     if (role == "flood") return flood(service, static_cast<uint32_t>(first), second);

@@ -4,6 +4,7 @@
 
 #include "process/ContentionRounds.h"
 #include "process/CrashRounds.h"
+#include "process/PolicyRounds.h"
 #include "process/StormRounds.h"
 #include "process/VisitRounds.h"
 
@@ -13,6 +14,7 @@ namespace {
 using Contention = ContentionRounds;
 using Crash = CrashRounds;
 using Visit = VisitRounds;
+using Policy = PolicyRounds;
 using Storm = StormRounds;
 
 TEST_F(Visit, TwoHundredClientsTwentyTimesOver) {
@@ -43,6 +45,14 @@ TEST_F(Contention, TwoHundredRenderers) {
 
 TEST_F(Storm, EightCallersForTwentyThousandCallsEach) {
     run(20000);
+}
+
+TEST_F(Policy, TwoHundredReplacementsDuringReloads) {
+    replaceDuringReloads(200, 4);
+}
+
+TEST_F(Policy, ReloadsFromSixteenThreadsLeaveNothingResident) {
+    reloadFromManyThreads();
 }
 
 }  // namespace

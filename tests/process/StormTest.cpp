@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "process/PolicyRounds.h"
 #include "process/StormRounds.h"
 #include "process/VisitRounds.h"
 
@@ -9,6 +10,7 @@ namespace sonorel::test {
 namespace {
 
 using Visit = VisitRounds;
+using Policy = PolicyRounds;
 using Storm = StormRounds;
 
 TEST_F(Visit, KilledClientsLeaveNothingBehind) {
@@ -17,6 +19,10 @@ TEST_F(Visit, KilledClientsLeaveNothingBehind) {
 
 TEST_F(Storm, EightCallersMixAllMethods) {
     run(1000);
+}
+
+TEST_F(Policy, FileThatIsReplacedDuringReloadsIsServed) {
+    replaceDuringReloads(10, 3);
 }
 
 }  // namespace

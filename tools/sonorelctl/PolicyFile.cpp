@@ -71,9 +71,12 @@ Json policyJson(const std::string& version, const android::PolicyTables& tables)
     return json;
 }
 
-bool isMssFile(const xmlNode* root) {
+// A policy file shows by its root or, under a wrong one, by the head of such a file. The root of a
+// sound-separation file may have any other name, and it need not have a child.
+bool isPolicyFile(const xmlNode* root) {
+    if (android::isElement(root, "filter-conf")) return true;
     for (const xmlNode* node = root->children; node != nullptr; node = node->next) {
-        if (android::isElement(node, "param")) return true;
+        if (android::isElement(node, "filter-name")) return true;
     }
     return false;
 }
@@ -92,18 +95,22 @@ std::string cellText(const Json& value) {
 
 using Row = std::vector<std::string>;
 
+// A longer cell pushes the rest of its own line only: one long key must not widen every row.
+constexpr size_t kMaxColumn = 48;
+
 std::string alignRows(const std::vector<Row>& rows) {
     std::vector<size_t> widths;
     for (const Row& row : rows) {
         if (widths.size() < row.size()) widths.resize(row.size());
         for (size_t i = 0; i < row.size(); ++i)
-            widths[i] = std::max(widths[i], row[i].size());
+            widths[i] = std::min(std::max(widths[i], row[i].size()), kMaxColumn);
     }
     std::string text;
     for (const Row& row : rows) {
         std::string line = " ";
         for (size_t i = 0; i < row.size(); ++i) {
-            line += " " + row[i] + std::string(widths[i] - row[i].size() + 1, ' ');
+            line += " " + row[i] + " ";
+            if (row[i].size() < widths[i]) line.append(widths[i] - row[i].size(), ' ');
         }
         text += line.substr(0, line.find_last_not_of(' ') + 1) + "\n";
     }
@@ -139,12 +146,13 @@ bool readPolicyFile(const std::string& path, Json* outTables, std::vector<std::s
         *outError = document.error();
         return false;
     }
-    if (document.root() != nullptr && isMssFile(document.root())) {
+    if (document.root() != nullptr && !isPolicyFile(document.root())) {
         std::vector<MssRemark> remarks;
         const auto tables = android::readMssTables(document.root(), &remarks);
         (*outTables)["mss"] = Json::parse(tables->mMssAudioParamInfoMapString.c_str());
         for (const MssRemark& remark : remarks)
             outRemarks->push_back(remarkText(remark));
+        if (tables->mMssAudioParamInfoMap.empty()) outRemarks->push_back("no param in it");
         return true;
     }
     const MetaPolicyHead head = android::readMetaPolicyHead(document);

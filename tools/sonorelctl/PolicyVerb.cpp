@@ -46,6 +46,8 @@ Json parseText(const std::string& text) {
     return json.is_discarded() ? Json(text) : json;
 }
 
+// A table that the service cannot give, as one that is too long for a transaction, is told of and
+// left out; the others are still asked for.
 int askTables(ISonorelService& service, Json* outTables) {
     const struct {
         const char* table;
@@ -56,14 +58,23 @@ int askTables(ISonorelService& service, Json* outTables) {
             {"detectors", &ISonorelService::getAudioDetectorInfMap},
             {"mss", &ISonorelService::getMssParamInfoMap},
     };
+    int worst = kExitOk;
     for (const auto& [table, query] : queries) {
         std::string text;
-        if (const int code = checkStatus((service.*query)(&text), table); code != kExitOk) {
-            return code;
+        const Status status = (service.*query)(&text);
+        const bool isTooLong = status.transactionError() == android::FAILED_TRANSACTION;
+        const int code = isTooLong
+                                 ? fail(kExitErrorStatus,
+                                        std::string(table) + ": too long for a binder transaction")
+                                 : checkStatus(status, table);
+        if (code == kExitErrorStatus) {
+            worst = code;
+            continue;
         }
+        if (code != kExitOk) return code;
         (*outTables)[table] = parseText(text);
     }
-    return kExitOk;
+    return worst;
 }
 
 int askNames(ISonorelService& service, const ShowOptions& options, Json* outTables) {
@@ -86,10 +97,11 @@ int showService(const ShowOptions& options) {
     android::sp<ISonorelService> service;
     if (const int code = connect(&service); code != kExitOk) return code;
     Json tables = Json::object();
-    if (const int code = askTables(*service, &tables); code != kExitOk) return code;
+    const int missing = askTables(*service, &tables);
+    if (missing != kExitOk && missing != kExitErrorStatus) return missing;
     if (const int code = askNames(*service, options, &tables); code != kExitOk) return code;
     print(tables, options);
-    return kExitOk;
+    return missing;
 }
 
 }  // namespace
@@ -110,7 +122,9 @@ void addPolicyVerb(CLI::App& app, const Globals& globals, Action* outAction) {
                      "Ask the service whether this device is unsupported as well")
             ->excludes(path);
     show->footer(
-            "A file that the service could not use ends in exit code 2 with file and cause.\n"
+            "A file that the service could not use ends in exit code 2 with file and cause, a "
+            "table\n"
+            "that the service cannot give in exit code 1 behind the others.\n"
             "The service lists neither packages nor devices: name those to ask for.");
     show->callback([&globals, outAction, options] {
         if (!options->path.empty()) {
