@@ -171,7 +171,8 @@ void ContentionRounds::replaceRenderers(int rounds) {
         }
         if (random() % 2 == 0) mDaemon->process().kill(SIGUSR2);
         ASSERT_TRUE(next->write("go\n"));
-        ASSERT_TRUE(next->waitForLine("whole")) << "round " << round << ": " << next->errors();
+        ASSERT_TRUE(next->waitForLine("whole", 2 * kEventDeadline))
+                << "round " << round << ": " << next->errors();
         current = std::move(next);
     }
 }

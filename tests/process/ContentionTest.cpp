@@ -55,7 +55,8 @@ TEST_F(Contention, AFloodOfDeferredSettingsTakesNoMemoryAndHoldsUpItsSenderOnly)
     const int done = std::stoi(other.query("SELECT count(*) FROM DIARY"));
     ASSERT_TRUE(mService->notitySpHeadsetConnectionState(true).isOk());
     EXPECT_LE(std::stoi(other.query("SELECT count(*) FROM DIARY")) - done, 2 * 13);
-    EXPECT_LE(figuresOf(mDaemon->process().pid()).residentKb - residentBefore, 8 * 1024);
+    // 120,000 messages would take some 90 MB. A sanitizer takes a few for the threads alone.
+    EXPECT_LE(figuresOf(mDaemon->process().pid()).residentKb - residentBefore, 16 * 1024);
     expectServes();
 }
 

@@ -205,11 +205,17 @@ int render(const sp<ISonorelService>& service) {
         return kFailure;
     }
     // The push ends with the spatializer's state; the positions before it are as many as scenes.
-    if (!client->waitFor(IHalvendClient::CB_LOAD_XML_AND_SQLITE) ||
-        !client->waitFor(IHalvendClient::CB_SET_META_AUDIO_ON) ||
-        !client->waitFor(IHalvendClient::CB_SET_META_AUDIO_MODE) ||
-        !client->waitFor(IHalvendClient::CB_SET_CURRENT_POS, 13) ||
-        !client->waitFor(IHalvendClient::CB_SET_SP_MODE)) {
+    const struct {
+        int32_t event;
+        size_t count;
+    } push[] = {{IHalvendClient::CB_LOAD_XML_AND_SQLITE, 1},
+                {IHalvendClient::CB_SET_META_AUDIO_ON, 1},
+                {IHalvendClient::CB_SET_META_AUDIO_MODE, 1},
+                {IHalvendClient::CB_SET_CURRENT_POS, 13},
+                {IHalvendClient::CB_SET_SP_MODE, 1}};
+    for (const auto& part : push) {
+        if (client->waitFor(part.event, part.count)) continue;
+        fprintf(stderr, "no event %d among %zu\n", part.event, client->events().size());
         return kFailure;
     }
     say("whole");
