@@ -13,16 +13,15 @@
 #include <utility>
 
 #include "policy/XmlBounds.h"
+#include "policy/XmlEncoding.h"
 
 namespace android {
 namespace {
 
 constexpr char kEncoding[] = "UTF-8";
-// Pedantic checks are all that is asked for. The other two change nothing in the document: short
-// texts lie inside their nodes and not in libxml2's table of names, which gets slow when it is
-// full; and the encoding given here holds to the end of the file, whatever the file declares, so
-// that the bytes that are checked are those that are parsed.
-constexpr int kParserOptions = XML_PARSE_PEDANTIC | XML_PARSE_COMPACT | XML_PARSE_IGNORE_ENC;
+// Pedantic checks are all that is asked for. The other changes nothing in the document: short texts
+// lie inside their nodes and not in libxml2's table of names, which gets slow when it is full.
+constexpr int kParserOptions = XML_PARSE_PEDANTIC | XML_PARSE_COMPACT;
 // What libxml2 may find fault with and still go on. Each costs as much as a hundred bytes.
 constexpr size_t kMaxComplaints = 64;
 // Entities inside entities, and elements inside those.
@@ -119,6 +118,12 @@ std::string errnoText() {
 
 std::string sizeText() {
     return "larger than " + std::to_string(XmlDocument::kMaxFileSize) + " bytes";
+}
+
+// The bytes that were checked are to be those that are parsed.
+int parserOptions(const std::string& bytes) {
+    const ParserErrors ofTheProbe;
+    return hidesMarkup(bytes) ? kParserOptions | XML_PARSE_IGNORE_ENC : kParserOptions;
 }
 
 // Fills the string, or cuts it where the file ends meanwhile.
@@ -272,8 +277,8 @@ void XmlDocument::parse(const std::string& bytes, const std::string& path) {
     }
     const ParserErrors errors;
     ParserFeed feed(bytes.data(), scan.end, errors);
-    mDocument.reset(
-            xmlReadIO(&ParserFeed::read, nullptr, &feed, path.c_str(), kEncoding, kParserOptions));
+    mDocument.reset(xmlReadIO(&ParserFeed::read, nullptr, &feed, path.c_str(), kEncoding,
+                              parserOptions(bytes)));
     if (mDocument == nullptr) {
         mError = path + ": " + (errors.first().empty() ? "not an XML document" : errors.first());
         return;

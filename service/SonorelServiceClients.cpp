@@ -162,7 +162,9 @@ void SonorelService::pushSettings(const SettingsPush& push) {
     tPushedTo.reset();
     Mutex::Autolock lock(mClientLock);
     const sp<CallbackClient> renderer = findClient(IHalvendClient::CLIENT_ID_META_AUDIO);
-    if (renderer != nullptr && renderer->mRegistration == push.registration) {
+    // One whose death has been counted is still in the table for a moment.
+    if (renderer != nullptr && renderer->mRegistration == push.registration &&
+        !renderer->mHasDied) {
         uint32_t expected = push.need;  // a later need stays
         mNeedInitMetaAudio.compare_exchange_strong(expected, 0);
     }

@@ -131,6 +131,8 @@ TEST_F(Clients, ARendererThatChangesDuringAPushLeavesTheNextOneEverything) {
             {"died", [&] { mService->findClient(1)->binderDied(nullptr); }, 1},
             {"unregistered", [&] { unregister(); }, 1},
             {"replaced", [&] { unregister(), registerNext(); }, 1},
+            // Its death has been counted, and another thread is about to unregister it.
+            {"dying", [&] { mService->findClient(1)->mHasDied = true; }, 1},
             {"died and replaced",
              [&] { mService->findClient(1)->binderDied(nullptr), registerNext(); }, 1},
     };
