@@ -61,7 +61,7 @@ struct PolicyFile {
 // One document at a time, whose nodes lie on the heap for no longer than the lock is held: tables
 // that several threads fill between the nodes of each other's documents would keep most of the
 // pages of these documents. The lock is held over no file, log line or other lock.
-PolicyFile readPolicyFile(const std::string& path, FileStamp* outStamp) {
+PolicyFile readPolicyFile(const std::string& path, DocumentStamp* outStamp) {
     static Mutex sDocumentLock;
     PolicyFile file;
     file.head.fault = MetaPolicyHead::Fault::kNoDocument;
@@ -78,9 +78,9 @@ PolicyFile readPolicyFile(const std::string& path, FileStamp* outStamp) {
     return file;
 }
 
-bool isStillThere(const std::string& path, const FileStamp& stamp) {
+bool isStillThere(const std::string& path, const DocumentStamp& stamp) {
     struct stat status {};
-    return stat(path.c_str(), &status) == 0 && FileStamp(status) == stamp;
+    return stat(path.c_str(), &status) == 0 && DocumentStamp(status) == stamp;
 }
 
 // The version check's name comes from its caller, as in every line of that check.
@@ -283,7 +283,7 @@ std::unique_ptr<SonorelService::CheckedPolicy> SonorelService::checkPolicyFile(
 
     auto checked = std::make_unique<CheckedPolicy>();
     const MetaPolicyHead& head = checked->file.head;
-    FileStamp stamp;
+    DocumentStamp stamp;
     PolicyVerdict verdict = PolicyVerdict::kOvertaken;
     while (verdict == PolicyVerdict::kOvertaken) {
         const uint64_t earlier = newestAcceptedPolicy();
@@ -349,7 +349,7 @@ void SonorelService::loadPolicyFile(const char* path, std::unique_ptr<CheckedPol
     SONOREL_LOGD("%s:meta audio policy file loadMetaAudioXml path = %s", kMethod, path);
     if (checked == nullptr) {
         const uint64_t number = newestAcceptedPolicy();
-        FileStamp stamp;
+        DocumentStamp stamp;
         checked.reset(new CheckedPolicy{number, readPolicyFile(path, &stamp)});
     }
     const std::shared_ptr<PolicyTables> tables = checked->file.tables;

@@ -213,14 +213,14 @@ void XmlFreeText::operator()(xmlChar* text) const {
     xmlFree(text);
 }
 
-FileStamp::FileStamp(const struct stat& status)
+DocumentStamp::DocumentStamp(const struct stat& status)
         : device(status.st_dev),
           inode(status.st_ino),
           size(status.st_size),
           modified(status.st_mtim),
           changed(status.st_ctim) {}
 
-bool FileStamp::operator==(const FileStamp& other) const {
+bool DocumentStamp::operator==(const DocumentStamp& other) const {
     const auto isSame = [](const timespec& one, const timespec& two) {
         return one.tv_sec == two.tv_sec && one.tv_nsec == two.tv_nsec;
     };
@@ -229,7 +229,7 @@ bool FileStamp::operator==(const FileStamp& other) const {
 }
 
 bool XmlDocument::readBytes(const std::string& path, std::string* outBytes, std::string* outError,
-                            FileStamp* outStamp) {
+                            DocumentStamp* outStamp) {
     // Without O_NONBLOCK the open of a pipe would wait for a writer.
     const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     struct stat status {};
@@ -237,7 +237,7 @@ bool XmlDocument::readBytes(const std::string& path, std::string* outBytes, std:
         *outError = path + ": " + errnoText();
         return false;
     }
-    if (outStamp != nullptr) *outStamp = FileStamp(status);
+    if (outStamp != nullptr) *outStamp = DocumentStamp(status);
     if (!S_ISREG(status.st_mode)) {
         *outError = path + ": not a regular file";
         return false;

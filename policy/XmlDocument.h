@@ -22,11 +22,11 @@ struct XmlFreeText {
 
 // Tells one state of one file from every other, as far as the file system can: a file that was
 // replaced or written to has another stamp.
-struct FileStamp {
-    FileStamp() = default;
-    explicit FileStamp(const struct stat& status);
+struct DocumentStamp {
+    DocumentStamp() = default;
+    explicit DocumentStamp(const struct stat& status);
 
-    bool operator==(const FileStamp& other) const;
+    bool operator==(const DocumentStamp& other) const;
 
     dev_t device = 0;
     ino_t inode = 0;
@@ -55,7 +55,7 @@ public:
     // The first half of readFile: the file's bytes, or false and why there are none. The
     // stamp is that of the file that was opened; it stays as it was when there is none.
     [[nodiscard]] static bool readBytes(const std::string& path, std::string* outBytes,
-                                        std::string* outError, FileStamp* outStamp = nullptr);
+                                        std::string* outError, DocumentStamp* outStamp = nullptr);
     // Parses bytes; `name` stands for the file in error().
     [[nodiscard]] static XmlDocument readMemory(const char* bytes, size_t size,
                                                 const std::string& name);
