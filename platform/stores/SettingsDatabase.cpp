@@ -159,7 +159,8 @@ int SettingsDatabase::openForWriting(std::string* outError) {
     int former = 0;
     if (result == SQLITE_OK) result = bringUp(mConnection.get(), *mFile, &former, outError);
     if (result == SQLITE_OK && former != 0) {
-        ALOGI("%s: brought from layout %d to %d", mShownPath.c_str(), former, kFileLayout);
+        ALOGI("%s: brought from layout %d to %d, a copy of the former is beside it",
+              mShownPath.c_str(), former, kFileLayout);
     }
     if (result == SQLITE_OK) {
         result = completeTables(mConnection.get(), mSchema.tables, mSchema.mark, outError);
