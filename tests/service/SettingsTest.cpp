@@ -27,6 +27,11 @@ protected:
     // What the store holds for a device, asked while nothing is live.
     std::string stored(int8_t device) {
         mService->awaitStoreWrites();
+        return found(device);
+    }
+
+    // The same with what still waits for the store.
+    std::string found(int8_t device) {
         bool on = false;
         int8_t mode = 0;
         std::vector<float> xyz(3);
@@ -199,17 +204,8 @@ TEST_F(Settings, WhatWaitsForTheStoreIsReadAndPushed) {
         ASSERT_TRUE(mService->setCurrentPosWithDev(1, pos(round, 0, 0), 1).isOk());
         ASSERT_TRUE(mService->setCurrentPosWithDev(99, pos(9, 9, 9), 1).isOk()) << "no such scene";
     }
-    for (const int8_t device : {-1, 1}) {
-        bool on = false;
-        int8_t mode = 0;
-        std::vector<float> xyz(3);
-        EXPECT_TRUE(mService->getMetaAudioOnWithDev(device, &on).isOk());
-        EXPECT_TRUE(mService->getMetaAudioModeWithDev(device, &mode).isOk());
-        EXPECT_TRUE(mService->getCurrentPosWithDev(1, &xyz, device).isOk());
-        EXPECT_TRUE(on);
-        EXPECT_EQ(6, mode);
-        EXPECT_EQ(pos(2, 0, 0), xyz);
-    }
+    for (const int8_t device : {-1, 1})
+        EXPECT_EQ("on=1 mode=6 scene1=2,0,0", found(device));
     mEvents.clear();
     ASSERT_TRUE(mService->notitySpHeadsetConnectionState(true).isOk());
     EXPECT_EQ(push(false, true, 6, "2,0,0", "13,0.5,0.25", 0), mEvents.takeLines());
