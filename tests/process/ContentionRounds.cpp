@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <thread>
 
+#include "stores/RawDatabase.h"
 #include "support/TempDir.h"
 
 namespace sonorel::test {
@@ -154,6 +155,38 @@ void ContentionRounds::chooseSettings(int rounds) {
             ASSERT_EQ(row == 1 ? last[row] % 2 : last[row], stored(row))
                     << "round " << round << ", row " << row;
         }
+    }
+}
+
+void ContentionRounds::switchUserAndDevice(int rounds) {
+    std::mt19937 random = seeded("users and devices");
+    ASSERT_NO_FATAL_FAILURE(startProduct(true));
+    android::RawDatabase other(mRoot.databasePath());
+    other.run("PRAGMA busy_timeout = 30000");
+    ChildProcess user(peer({"user"}));
+    ChildProcess plug(peer({"plug"}));
+    for (ChildProcess* const caller : {&user, &plug})
+        ASSERT_TRUE(caller->waitForLine("connected")) << caller->errors();
+    for (int round = 1; round <= rounds; ++round) {
+        other.run("BEGIN IMMEDIATE");
+        ASSERT_TRUE(user.write("\n"));
+        for (uint32_t calls = random() % 8; calls > 0; --calls)
+            ASSERT_TRUE(mService->testSonorelService().isOk());
+        ASSERT_TRUE(plug.write("\n"));
+        for (uint32_t calls = random() % 8; calls > 0; --calls)
+            ASSERT_TRUE(mService->testSonorelService().isOk());
+        other.run("COMMIT");
+        const std::string switched = "switched " + std::to_string(round) + ".";
+        for (ChildProcess* const caller : {&user, &plug})
+            ASSERT_TRUE(caller->waitForLine(switched)) << caller->errors();
+        int32_t status = 0;
+        ASSERT_TRUE(mService->setMetaAudioMode(7, &status).isOk());
+        ASSERT_EQ(
+                std::to_string(round % 2),
+                other.query("SELECT group_concat(device) FROM META_INFO WHERE mode = 7 AND user_id"
+                            " = " +
+                            std::to_string(round)))
+                << "round " << round;
     }
 }
 

@@ -18,6 +18,10 @@ TEST_F(Contention, WhatACallerSetLastIsReadAndStored) {
     chooseSettings(15);
 }
 
+TEST_F(Contention, SettingsGoToTheLiveDeviceOfTheNewUser) {
+    switchUserAndDevice(15);
+}
+
 TEST_F(Contention, EachRendererGetsEverything) {
     replaceRenderers(10);
 }

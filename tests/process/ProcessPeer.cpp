@@ -10,6 +10,7 @@
 //   process_peer storm SEED COUNT  COUNT calls of all methods in random order
 //   process_peer tick SEED COUNT   COUNT times, or for -COUNT seconds, switches the tick or head
 //                                  tracking on or off
+//   process_peer user|plug         on each line of stdin: switches the user, or the headset
 //   process_peer flood SEED COUNT  COUNT deferred settings, most of which do not exist
 //   process_peer renderer          on a line of stdin: registers as client 1, says when it has got
 //                                  everything
@@ -182,6 +183,17 @@ int tick(const sp<ISonorelService>& service, uint32_t seed, int64_t count) {
     return 0;
 }
 
+int switchOnDemand(const sp<ISonorelService>& service, bool isUser) {
+    say("connected");
+    for (int32_t count = 1; getchar() == '\n'; ++count) {
+        const Status status = isUser ? service->setCurrentUserID(count)
+                                     : service->notitySpHeadsetConnectionState(count % 2 == 1);
+        if (!status.isOk()) return kFailure;
+        say("switched " + std::to_string(count) + ".");
+    }
+    return 0;
+}
+
 int flood(const sp<ISonorelService>& service, uint32_t seed, int64_t count) {
     Draw draw(seed);
     for (int64_t i = 0; i < count; ++i) {
@@ -296,6 +308,7 @@ int run(const std::string& role, int64_t first, int64_t second) {
     if (role == "reload") return reload(service);
     if (role == "storm") return storm(service, static_cast<uint32_t>(first), second);
     if (role == "tick") return tick(service, static_cast<uint32_t>(first), second);
+    if (role == "user" || role == "plug") return switchOnDemand(service, role == "user");
     if (role == "flood") return flood(service, static_cast<uint32_t>(first), second);
     if (role == "renderer") return render(service);
     if (role == "choose") return chooseOnDemand(service, first);

@@ -39,6 +39,10 @@ TEST_F(Contention, TwoHundredRoundsOfSettings) {
     chooseSettings(200);
 }
 
+TEST_F(Contention, TwoHundredUsersAndDevices) {
+    switchUserAndDevice(200);
+}
+
 TEST_F(Contention, TwoHundredRenderers) {
     replaceRenderers(200);
 }
