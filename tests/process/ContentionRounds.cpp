@@ -160,7 +160,7 @@ void ContentionRounds::chooseSettings(int rounds) {
 
 void ContentionRounds::switchUserAndDevice(int rounds) {
     std::mt19937 random = seeded("users and devices");
-    ASSERT_NO_FATAL_FAILURE(startProduct(true));
+    ASSERT_NO_FATAL_FAILURE(start(speakerProduct()));
     android::RawDatabase other(mRoot.databasePath());
     other.run("PRAGMA busy_timeout = 30000");
     ChildProcess user(peer({"user"}));

@@ -23,7 +23,7 @@ protected:
     void expectSilenceAfterDisable();
     // Callers set one setting each, deferred and at once: what each set last is read and stored.
     void chooseSettings(int rounds);
-    // A user switch beside a headset change, with a database that another program keeps locking:
+    // A user switch beside a headset change, while another program locks the database:
     // settings go to the device that is live then.
     void switchUserAndDevice(int rounds);
     // Renderers are killed and replaced while the audio server restarts: each gets everything.
