@@ -543,7 +543,7 @@ TEST(Crowd, OneStrangersBlockedCallsLeaveThreadsForOthers) {
 void forEachFile(const std::function<void(int, const std::string&)>& visit) {
     for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
         std::error_code gone;
-        visit(atoi(entry.path().filename().c_str()),
+        visit(static_cast<int>(std::strtol(entry.path().filename().c_str(), nullptr, 10)),
               std::filesystem::read_symlink(entry, gone).string());
     }
 }
@@ -607,7 +607,9 @@ TEST(Fork, AChildDoesNotHideItsParentsDeath) {
     ASSERT_TRUE(parent.process().waitForLine("forked: ", kEventDeadline, &line));
     parent.kill();
     EXPECT_TRUE(eventually([&] { return !parent.node()->isBinderAlive(); }));
-    EXPECT_EQ(0, kill(atoi(line.c_str() + strlen("forked: ")), 0)) << "the child lives on";
+    const auto child =
+            static_cast<pid_t>(std::strtol(line.c_str() + strlen("forked: "), nullptr, 10));
+    EXPECT_EQ(0, kill(child, 0)) << "the child lives on";
 }
 
 TEST(Manager, AStrangerIsItOnlyOnceItIsTrusted) {

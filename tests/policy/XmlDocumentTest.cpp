@@ -50,6 +50,8 @@ public:
         });
     }
     ~FetchCounter() { xmlSetExternalEntityLoader(mEarlier); }
+    FetchCounter(const FetchCounter&) = delete;
+    FetchCounter& operator=(const FetchCounter&) = delete;
 
     static int count() { return sCount; }
 
@@ -184,7 +186,8 @@ TEST(XmlDocument, EntityBombsAreRefused) {
     std::string nested = "<!DOCTYPE a [<!ENTITY l0 ''>";
     for (int i = 1; i < 30; ++i) {
         const std::string inner = "&l" + std::to_string(i - 1) + ";";
-        nested += "<!ENTITY l" + std::to_string(i) + " '" + inner + inner + "'>";
+        nested.append("<!ENTITY l").append(std::to_string(i)).append(" '");
+        nested.append(inner).append(inner).append("'>");
     }
     const std::string wide = "<!DOCTYPE a [<!ENTITY w '" + std::string(50000, 'w') + "'>]>";
     const std::string bombs[] = {

@@ -48,6 +48,7 @@ void PolicyRounds::replaceDuringReloads(int rounds, uint32_t seed) {
         for (const auto& caller : peers)
             ASSERT_TRUE(caller->write(std::to_string(round) + "\n"));
         std::vector<std::unique_ptr<JoinedThread>> threads;
+        threads.reserve(kThreads);
         for (int i = 0; i < kThreads; ++i) {
             threads.push_back(std::make_unique<JoinedThread>([this] { EXPECT_TRUE(update()); }));
         }
@@ -74,6 +75,7 @@ void PolicyRounds::reloadFromManyThreads() {
     {
         std::atomic<int> left{kReloads};
         std::vector<std::unique_ptr<JoinedThread>> threads;
+        threads.reserve(kThreads);
         for (int i = 0; i < kThreads; ++i) {
             threads.push_back(std::make_unique<JoinedThread>([this, &left] {
                 while (left-- > 0)

@@ -13,7 +13,8 @@ namespace {
 
 // Only game-true-true.prop has both the feature and its switches.
 bool isWhole() {
-    const char* const file = std::getenv("SONOREL_PROPERTIES");
+    // Before any thread that could change the environment.
+    const char* const file = std::getenv("SONOREL_PROPERTIES");  // NOLINT(concurrency-mt-unsafe)
     const std::string name = file == nullptr ? "" : file;
     const size_t at = name.rfind("game-");
     EXPECT_NE(std::string::npos, at) << "run it by ctest, which names the combination";

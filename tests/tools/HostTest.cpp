@@ -129,8 +129,10 @@ TEST_F(Host, SecondOneIsRefused) {
 }
 
 TEST_F(Host, OfTwoAtOnceOneServes) {
+    constexpr int kHosts = 4;
     std::vector<std::unique_ptr<ChildProcess>> hosts;
-    for (int i = 0; i < 4; ++i)
+    hosts.reserve(kHosts);
+    for (int i = 0; i < kHosts; ++i)
         hosts.push_back(start("sonoreld", {"--root", mRoot.path()}));
     const auto isServing = [](const std::unique_ptr<ChildProcess>& host) {
         return host->waitForLine("SonorelService ready");

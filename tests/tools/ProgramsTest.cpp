@@ -221,12 +221,15 @@ TEST_F(Programs, SettingsTellsWhatTheDatabaseHolds) {
     for (const auto& row : rows) {
         const std::string root = mOutside.path(row.name);
         std::filesystem::create_directories(root);
-        row.make(root + "/" + database);
+        std::string path = root;
+        path.append("/").append(database);
+        row.make(path);
         const Ended ended = ctl({"settings", "--root", root});
         EXPECT_EQ(row.code, ended.code) << row.name;
         EXPECT_EQ(row.output, ended.output) << row.name;
         // Tells the file and, where SQLite has one text for it, the cause.
-        const std::string error = "sonorelctl: " + root + "/" + database + ": " + row.error;
+        std::string error = "sonorelctl: ";
+        error.append(path).append(": ").append(row.error);
         EXPECT_EQ(row.code == 0 ? "" : error, ended.errors.substr(0, error.size())) << row.name;
     }
 }
