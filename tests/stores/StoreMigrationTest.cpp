@@ -21,7 +21,7 @@ using ::testing::IsEmpty;
 using ::testing::Pair;
 using ::testing::SizeIs;
 
-constexpr const char* kBrought = "brought from layout 1 to 2";
+constexpr const char* kBrought = "brought from layout 1 to 2, a copy of the former is beside it";
 
 class StoreMigration : public StoreFixture {
 protected:
