@@ -14,8 +14,11 @@ void returnFreedMemory() {
     // with the largest block that was ever freed unless it is set.
     constexpr int kKept = 32 * 1024;
     constexpr int kThreshold = 128 * 1024;  // what it begins with
-    static const bool kAreSet =
-            mallopt(M_TOP_PAD, kKept) != 0 && mallopt(M_TRIM_THRESHOLD, kThreshold) != 0;
+    const auto set = [](int what, int bytes) {
+        // Once in the life of the process, and under the library's own lock.
+        return mallopt(what, bytes) != 0;  // NOLINT(concurrency-mt-unsafe)
+    };
+    static const bool kAreSet = set(M_TOP_PAD, kKept) && set(M_TRIM_THRESHOLD, kThreshold);
     (void)kAreSet;
     (void)malloc_trim(0);
 #endif
